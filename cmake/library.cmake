@@ -1,0 +1,32 @@
+# The library, compiled once and linked twice: libdrlib.so for hosts and a
+# static archive for the tests (which reach internal state the .so hides).
+file(GLOB DRLIB_SOURCES CONFIGURE_DEPENDS
+     ${PROJECT_SOURCE_DIR}/Alg_DR/src/*.cpp
+     ${PROJECT_SOURCE_DIR}/utils/*.cpp)
+
+add_library(drlib_obj OBJECT ${DRLIB_SOURCES})
+set_target_properties(drlib_obj PROPERTIES
+  POSITION_INDEPENDENT_CODE ON
+  CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON)
+target_compile_definitions(drlib_obj PRIVATE DRLIB_BUILDING)
+target_compile_options(drlib_obj PRIVATE ${DRLIB_WARNINGS}
+  -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables)
+target_include_directories(drlib_obj PUBLIC
+  ${PROJECT_SOURCE_DIR}/include
+  ${PROJECT_SOURCE_DIR}/Alg_DR/src
+  ${PROJECT_SOURCE_DIR}/utils)
+
+add_library(drlib SHARED $<TARGET_OBJECTS:drlib_obj>)
+target_include_directories(drlib PUBLIC ${PROJECT_SOURCE_DIR}/include)
+target_link_libraries(drlib PRIVATE m)
+# Only libc and libm may be needed at run time: drop anything the C++ driver
+# adds but the code never calls, and refuse undefined symbols.
+target_link_options(drlib PRIVATE -Wl,--as-needed -Wl,--no-undefined -static-libgcc)
+
+add_library(drlib_static STATIC $<TARGET_OBJECTS:drlib_obj>)
+target_include_directories(drlib_static PUBLIC
+  ${PROJECT_SOURCE_DIR}/include
+  ${PROJECT_SOURCE_DIR}/Alg_DR/src
+  ${PROJECT_SOURCE_DIR}/utils)
+target_link_libraries(drlib_static PUBLIC m)

@@ -1,0 +1,236 @@
+/*
+ * drlib.h - GNSS/IMU tilt-compensation fusion library for survey poles.
+ *
+ * The one public header of libdrlib.so. It compiles as C99 and as C++.
+ *
+ * A host feeds the library one DrInput record per 10 Hz GNSS epoch (the
+ * receiver's ECEF position and velocity plus the raw IMU samples of the
+ * epoch) and receives one TiltStat record per accepted epoch through a
+ * callback: attitude, tilt and the pole-tip position with its accuracy.
+ *
+ * All records are little-endian and laid out byte for byte as documented
+ * here; every size and field offset is checked at compile time wherever this
+ * header is included. The library keeps all of its state in static storage,
+ * allocates nothing, owns no thread and prints nothing. It is not reentrant:
+ * call every function from one thread, or serialise the calls.
+ *
+ * Sections:
+ *   1. Records that cross the interface
+ *   2. Public interface (the Drlib family)
+ *   3. Input staging and fusion-input history
+ *   4. Earth model, gravity, attitude and vector algebra
+ *   5. Navigation state and strapdown mechanization
+ *   6. Fusion engine
+ *   7. Numerical toolkit
+ *   8. Runtime support: assertions, bounded strings, CRCs
+ */
+#ifndef DRLIB_H
+#define DRLIB_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(DRLIB_BUILDING)
+#define DRLIB_API __attribute__((visibility("default")))
+#else
+#define DRLIB_API
+#endif
+
+/* Compile-time checks usable from C99 (no _Static_assert) and C++. */
+#if defined(__cplusplus)
+#define DRLIB_STATIC_ASSERT(cond, tag) static_assert(cond, #tag)
+#else
+#define DRLIB_STATIC_ASSERT(cond, tag) typedef char drlib_static_assert_##tag[(cond) ? 1 : -1]
+#endif
+
+#if !defined(__BYTE_ORDER__) || __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "drlib records are little-endian; this target is not"
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ======================================================================= */
+/* 1. Records that cross the interface                                      */
+/* ======================================================================= */
+
+/*
+ * DrInput: header of the per-epoch input record (88 bytes). The record the
+ * host passes to DrlibUpdateFusion is this header immediately followed by
+ * `nsamples` ImuSample records (32 bytes each), 88 + 32 * nsamples bytes in
+ * all; DRLIB_INPUT_SAMPLES() gives the first sample.
+ */
+typedef struct DrInput {
+    uint8_t version;      /* record version; must be 4 */
+    uint8_t reserved[4];  /* never read */
+    uint8_t nsamples;     /* ImuSample records that follow; valid 8..12 */
+    uint8_t pos_type;     /* GNSS position solution type (0x10..0x12, 0x20..0x22, 0x30..0x32) */
+    uint8_t vel_type;     /* GNSS velocity solution type (8, 9, 0x10..0x12, or equal to pos_type) */
+    uint32_t seq;         /* sequence number: the previous record's plus 1 */
+    uint32_t tow_ms;      /* GNSS time of week, ms; within 1 ms of a multiple of 100 */
+    double pos[3];        /* antenna position, ECEF x, y, z, m */
+    double vel[3];        /* antenna velocity, ECEF x, y, z, m/s */
+    float pos_std[3];     /* position standard deviations north, east, down, m */
+    float vel_std[3];     /* velocity standard deviations north, east, down, m/s */
+} DrInput;
+
+/* One raw IMU sample: the increments over the 10 ms ending at time_us. */
+typedef struct ImuSample {
+    uint32_t reserved;    /* never read */
+    uint32_t time_us;     /* time stamp, us; only its value modulo 1000000 is used */
+    int32_t gyro[3];      /* angle increment counts, body x, y, z (DrCfg.gyro_scale deg/count) */
+    int32_t acc[3];       /* velocity increment counts, body x, y, z (DrCfg.acc_scale m/s/count) */
+} ImuSample;
+
+/* The samples that follow a DrInput header. */
+#define DRLIB_INPUT_SAMPLES(rec) \
+    ((const ImuSample *)(const void *)((const unsigned char *)(rec) + sizeof(DrInput)))
+/* Size in bytes of a whole input record with n samples. */
+#define DRLIB_INPUT_SIZE(n) (sizeof(DrInput) + (size_t)(n) * sizeof(ImuSample))
+
+/* DrCfg: the configuration record (88 bytes). */
+typedef struct DrCfg {
+    uint32_t reserved0;        /* never read */
+    uint32_t bias_store_mode;  /* 3: DrlibDestroy writes the learned gyro bias into gyro_bias_code */
+    double reserved1;          /* never read */
+    double reserved2;          /* never read */
+    double gyro_scale;         /* degrees per 0.01 s step per raw gyro count */
+    double acc_scale;          /* m/s per 0.01 s step per raw accelerometer count */
+    double gyro_bias_code[3];  /* gyro bias, rad/s, body x, y, z, offset-encoded as 1+bx, 2+by, 3+bz */
+    double mount_rph[3];       /* mounting roll, pitch, heading, rad; used only if each |angle| < 1.2 deg */
+} DrCfg;
+
+/* HwCfg: the pole lever record (24 bytes). */
+typedef struct HwCfg {
+    double lever[3];           /* m, body axes; the negation of the vector passed to DrlibSetHwCfg */
+} HwCfg;
+
+/* TiltStat: the status record handed to the tilt callback (116 bytes, packed). */
+typedef struct __attribute__((packed)) TiltStat {
+    uint8_t version;           /* always 2 */
+    uint8_t status;            /* 0 no tilt solution; 1, 2, 3: tip variance sum below
+                                  0.012^2, 0.06^2, 0.35^2 m^2 */
+    uint8_t pos_type;          /* the newest record's pos_type */
+    uint8_t vel_type;          /* the newest record's vel_type */
+    uint32_t tow_ms;           /* the newest record's tow_ms */
+    double att[3];             /* roll, pitch, heading, rad (n = north-east-down); zeros without solution */
+    double tip_pos[3];         /* pole-tip position, ECEF, m; the antenna position without solution */
+    double vel[3];             /* the newest record's velocity, ECEF, m/s */
+    float tip_std[3];          /* tip deviations north, east, down from the attitude uncertainty, m */
+    float tip_std_total[3];    /* tip_std plus the record's pos_std, per component, m */
+    float vel_std[3];          /* the newest record's vel_std, m/s */
+} TiltStat;
+
+/* Tilt callback: called once per accepted epoch inside DrlibUpdateFusion. */
+typedef void (*DrlibTiltCallback)(const TiltStat *stat);
+
+/* Calibration callback: (code, data, length); see DrlibCalibStart. */
+typedef void (*DrlibCalibCallback)(uint32_t code, const void *data, uint32_t len);
+
+/* Record layout checks: a host compiled with another compiler or as C sees the same bytes. */
+DRLIB_STATIC_ASSERT(sizeof(DrInput) == 88, DrInput_size);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, version) == 0, DrInput_version);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, reserved) == 1, DrInput_reserved);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, nsamples) == 5, DrInput_nsamples);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, pos_type) == 6, DrInput_pos_type);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, vel_type) == 7, DrInput_vel_type);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, seq) == 8, DrInput_seq);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, tow_ms) == 12, DrInput_tow_ms);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, pos) == 16, DrInput_pos);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, vel) == 40, DrInput_vel);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, pos_std) == 64, DrInput_pos_std);
+DRLIB_STATIC_ASSERT(offsetof(DrInput, vel_std) == 76, DrInput_vel_std);
+
+DRLIB_STATIC_ASSERT(sizeof(ImuSample) == 32, ImuSample_size);
+DRLIB_STATIC_ASSERT(offsetof(ImuSample, reserved) == 0, ImuSample_reserved);
+DRLIB_STATIC_ASSERT(offsetof(ImuSample, time_us) == 4, ImuSample_time_us);
+DRLIB_STATIC_ASSERT(offsetof(ImuSample, gyro) == 8, ImuSample_gyro);
+DRLIB_STATIC_ASSERT(offsetof(ImuSample, acc) == 20, ImuSample_acc);
+
+DRLIB_STATIC_ASSERT(sizeof(DrCfg) == 88, DrCfg_size);
+DRLIB_STATIC_ASSERT(offsetof(DrCfg, reserved0) == 0, DrCfg_reserved0);
+DRLIB_STATIC_ASSERT(offsetof(DrCfg, bias_store_mode) == 4, DrCfg_bias_store_mode);
+DRLIB_STATIC_ASSERT(offsetof(DrCfg, reserved1) == 8, DrCfg_reserved1);
+DRLIB_STATIC_ASSERT(offsetof(DrCfg, reserved2) == 16, DrCfg_reserved2);
+DRLIB_STATIC_ASSERT(offsetof(DrCfg, gyro_scale) == 24, DrCfg_gyro_scale);
+DRLIB_STATIC_ASSERT(offsetof(DrCfg, acc_scale) == 32, DrCfg_acc_scale);
+DRLIB_STATIC_ASSERT(offsetof(DrCfg, gyro_bias_code) == 40, DrCfg_gyro_bias_code);
+DRLIB_STATIC_ASSERT(offsetof(DrCfg, mount_rph) == 64, DrCfg_mount_rph);
+
+DRLIB_STATIC_ASSERT(sizeof(HwCfg) == 24, HwCfg_size);
+DRLIB_STATIC_ASSERT(offsetof(HwCfg, lever) == 0, HwCfg_lever);
+
+DRLIB_STATIC_ASSERT(sizeof(TiltStat) == 116, TiltStat_size);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, version) == 0, TiltStat_version);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, status) == 1, TiltStat_status);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, pos_type) == 2, TiltStat_pos_type);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_type) == 3, TiltStat_vel_type);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, tow_ms) == 4, TiltStat_tow_ms);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, att) == 8, TiltStat_att);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, tip_pos) == 32, TiltStat_tip_pos);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel) == 56, TiltStat_vel);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, tip_std) == 80, TiltStat_tip_std);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, tip_std_total) == 92, TiltStat_tip_std_total);
+DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
+
+/* ======================================================================= */
+/* 2. Public interface (the Drlib family)                                   */
+/* ======================================================================= */
+/* BEGIN SECTION public-interface */
+/* END SECTION public-interface */
+
+/* ======================================================================= */
+/* 3. Input staging and fusion-input history                                */
+/* ======================================================================= */
+/* BEGIN SECTION input-staging */
+/* END SECTION input-staging */
+
+/* ======================================================================= */
+/* 4. Earth model, gravity, attitude and vector algebra                     */
+/* ======================================================================= */
+/* BEGIN SECTION navigation */
+/* END SECTION navigation */
+
+/* ======================================================================= */
+/* 5. Navigation state and strapdown mechanization                          */
+/* ======================================================================= */
+/* BEGIN SECTION mechanization */
+/* END SECTION mechanization */
+
+/* ======================================================================= */
+/* 6. Fusion engine                                                         */
+/* ======================================================================= */
+/* BEGIN SECTION fusion-filter */
+/* END SECTION fusion-filter */
+
+/* BEGIN SECTION fusion-engine */
+/* END SECTION fusion-engine */
+
+/* ======================================================================= */
+/* 7. Numerical toolkit                                                     */
+/* ======================================================================= */
+/* BEGIN SECTION toolkit */
+/* END SECTION toolkit */
+
+/* ======================================================================= */
+/* 8. Runtime support: assertions, bounded strings, CRCs                    */
+/* ======================================================================= */
+/* BEGIN SECTION runtime */
+
+/* Assertion module. assert_fail_handle prints a fixed-form message to standard
+ * output and never returns: the calling thread stays parked in the handler. */
+DRLIB_API void setup_abort_callback(void);
+DRLIB_API void set_abort_behavior(uint32_t behavior);   /* accepted and ignored */
+DRLIB_API uint32_t get_abort_behavior(void);             /* always 0 */
+DRLIB_API void enable_assert_weak(uint32_t flag);
+DRLIB_API uint32_t get_assert_weak(void);                /* 1 until enable_assert_weak */
+DRLIB_API void assert_fail_handle(const char *expr, const char *file, int32_t line,
+                                  const char *func) __attribute__((noreturn));
+/* END SECTION runtime */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* DRLIB_H */
