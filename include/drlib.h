@@ -173,6 +173,7 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel) == 56, TiltStat_vel);
 DRLIB_STATIC_ASSERT(offsetof(TiltStat, tip_std) == 80, TiltStat_tip_std);
 DRLIB_STATIC_ASSERT(offsetof(TiltStat, tip_std_total) == 92, TiltStat_tip_std_total);
 DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
+/* (Layout checks of the internal records follow each record below.) */
 
 /* ======================================================================= */
 /* 2. Public interface (the Drlib family)                                   */
@@ -184,6 +185,16 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
 /* 3. Input staging and fusion-input history                                */
 /* ======================================================================= */
 /* BEGIN SECTION input-staging */
+
+/* One entry of the 512-entry fusion-input history: the epoch's record header
+ * and its IMU data resampled onto the 0.01 s grid. Slot k (1..10) stands at
+ * tow_ms - 150 ms + (k - 1) * 10 ms; slot 0 is the previous entry's slot 10. */
+typedef struct FusionIn {
+    DrInput header;          /* the record's header; nsamples = resampled slots 1..10 filled */
+    uint32_t pos_index;      /* g_FusionInPos when the entry was stored */
+    double dtheta[11][3];    /* angle increments over 0.01 s, rad, body x, y, z */
+    double dvel[11][3];      /* velocity increments over 0.01 s, m/s, body x, y, z */
+} FusionIn;
 /* END SECTION input-staging */
 
 /* ======================================================================= */
@@ -196,12 +207,47 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
 /* 5. Navigation state and strapdown mechanization                          */
 /* ======================================================================= */
 /* BEGIN SECTION mechanization */
+
+/* Navigation state of one filter: 56 consecutive doubles. Frames: n = north-
+ * east-down, e = Earth-fixed, b = body; quaternions scalar first; DCMs row-major. */
+typedef struct NavState {
+    double llh[3];      /* latitude, longitude (rad), height above the ellipsoid (m) of the IMU */
+    double v_n[3];      /* velocity north, east, down, m/s */
+    double acc_n[3];    /* mean rate of change of v_n over the last stride, m/s^2 */
+    double rph[3];      /* roll, pitch, heading of cbn, rad; heading in [0, 2 pi) */
+    double f_n[3];      /* mean specific force over the last stride, n frame, m/s^2 */
+    double qne[4];      /* n frame relative to e (position) */
+    double qbn[4];      /* body relative to n (attitude) */
+    double cne[9];      /* DCM of qne: n to e */
+    double cbn[9];      /* DCM of qbn: body to n */
+    double wie_n[3];    /* Earth rate in n, rad/s */
+    double wen_n[3];    /* transport rate in n, rad/s */
+    double g_n[3];      /* gravity in n, m/s^2 (refreshed only when a GNSS position is applied) */
+    double rm;          /* meridian radius of curvature, m */
+    double rn;          /* prime-vertical radius of curvature, m */
+    double cos_lat;
+    double sin_lat;
+    double cos_lon;
+    double sin_lon;
+} NavState;
 /* END SECTION mechanization */
 
 /* ======================================================================= */
 /* 6. Fusion engine                                                         */
 /* ======================================================================= */
 /* BEGIN SECTION fusion-filter */
+
+/* One error-state Kalman filter in square-root form, P = L * L^T. Error state:
+ * 0..2 velocity (m/s, n), 3..5 attitude psi (rad, n), 6..8 accelerometer bias
+ * (m/s^2, body), 9..11 gyro bias (rad/s, body); a filter of dimension n uses
+ * the first n. L is row-packed lower-triangular: (i, j) at gk_L_start[i] + j. */
+typedef struct KfFilter {
+    uint8_t state_dim;     /* 6 (bank), 9 or 12 (main) */
+    uint32_t pos_index;    /* pos_index of the history entry that last drove the filter */
+    double acc_bias[3];    /* accelerometer bias estimate, m/s^2, body */
+    double gyro_bias[3];   /* gyro bias estimate, rad/s, body */
+    double L[78];          /* packed factor, 12 * 13 / 2 slots */
+} KfFilter;
 /* END SECTION fusion-filter */
 
 /* BEGIN SECTION fusion-engine */
@@ -212,6 +258,9 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
 /* ======================================================================= */
 /* BEGIN SECTION toolkit */
 /* END SECTION toolkit */
+
+/* BEGIN SECTION toolkit-dense */
+/* END SECTION toolkit-dense */
 
 /* ======================================================================= */
 /* 8. Runtime support: assertions, bounded strings, CRCs                    */
@@ -228,6 +277,38 @@ DRLIB_API uint32_t get_assert_weak(void);                /* 1 until enable_asser
 DRLIB_API void assert_fail_handle(const char *expr, const char *file, int32_t line,
                                   const char *func) __attribute__((noreturn));
 /* END SECTION runtime */
+
+/* Layout of the records the exported toolkit takes by pointer. */
+DRLIB_STATIC_ASSERT(sizeof(FusionIn) == 624, FusionIn_size);
+DRLIB_STATIC_ASSERT(offsetof(FusionIn, pos_index) == 88, FusionIn_pos_index);
+DRLIB_STATIC_ASSERT(offsetof(FusionIn, dtheta) == 96, FusionIn_dtheta);
+DRLIB_STATIC_ASSERT(offsetof(FusionIn, dvel) == 360, FusionIn_dvel);
+
+DRLIB_STATIC_ASSERT(sizeof(NavState) == 56 * sizeof(double), NavState_size);
+DRLIB_STATIC_ASSERT(offsetof(NavState, llh) == 0 * 8, NavState_llh);
+DRLIB_STATIC_ASSERT(offsetof(NavState, v_n) == 3 * 8, NavState_v_n);
+DRLIB_STATIC_ASSERT(offsetof(NavState, acc_n) == 6 * 8, NavState_acc_n);
+DRLIB_STATIC_ASSERT(offsetof(NavState, rph) == 9 * 8, NavState_rph);
+DRLIB_STATIC_ASSERT(offsetof(NavState, f_n) == 12 * 8, NavState_f_n);
+DRLIB_STATIC_ASSERT(offsetof(NavState, qne) == 15 * 8, NavState_qne);
+DRLIB_STATIC_ASSERT(offsetof(NavState, qbn) == 19 * 8, NavState_qbn);
+DRLIB_STATIC_ASSERT(offsetof(NavState, cne) == 23 * 8, NavState_cne);
+DRLIB_STATIC_ASSERT(offsetof(NavState, cbn) == 32 * 8, NavState_cbn);
+DRLIB_STATIC_ASSERT(offsetof(NavState, wie_n) == 41 * 8, NavState_wie_n);
+DRLIB_STATIC_ASSERT(offsetof(NavState, wen_n) == 44 * 8, NavState_wen_n);
+DRLIB_STATIC_ASSERT(offsetof(NavState, g_n) == 47 * 8, NavState_g_n);
+DRLIB_STATIC_ASSERT(offsetof(NavState, rm) == 50 * 8, NavState_rm);
+DRLIB_STATIC_ASSERT(offsetof(NavState, rn) == 51 * 8, NavState_rn);
+DRLIB_STATIC_ASSERT(offsetof(NavState, cos_lat) == 52 * 8, NavState_cos_lat);
+DRLIB_STATIC_ASSERT(offsetof(NavState, sin_lat) == 53 * 8, NavState_sin_lat);
+DRLIB_STATIC_ASSERT(offsetof(NavState, cos_lon) == 54 * 8, NavState_cos_lon);
+DRLIB_STATIC_ASSERT(offsetof(NavState, sin_lon) == 55 * 8, NavState_sin_lon);
+
+DRLIB_STATIC_ASSERT(sizeof(KfFilter) == 680, KfFilter_size);
+DRLIB_STATIC_ASSERT(offsetof(KfFilter, pos_index) == 4, KfFilter_pos_index);
+DRLIB_STATIC_ASSERT(offsetof(KfFilter, acc_bias) == 8, KfFilter_acc_bias);
+DRLIB_STATIC_ASSERT(offsetof(KfFilter, gyro_bias) == 32, KfFilter_gyro_bias);
+DRLIB_STATIC_ASSERT(offsetof(KfFilter, L) == 56, KfFilter_L);
 
 #ifdef __cplusplus
 }
