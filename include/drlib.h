@@ -251,6 +251,22 @@ typedef struct KfFilter {
 /* END SECTION fusion-filter */
 
 /* BEGIN SECTION fusion-engine */
+
+/* Mounting-calibration filter: estimates the rotation between IMU and pole
+ * while the pole tip stands on a known point (see DrlibCalibStart). */
+typedef struct CubFilter {
+    uint32_t enabled;              /* calibration requested */
+    uint32_t running;              /* calibration in progress */
+    uint32_t count;                /* accepted updates; 0 = re-initialise at the next step */
+    uint32_t target;               /* updates that complete the calibration, >= 1200 */
+    uint32_t last_percent;         /* last progress value seen, % */
+    int32_t start_time;            /* calendar time at the start, s */
+    DrlibCalibCallback callback;   /* host notification, may be null */
+    double dcm[9];                 /* current mounting estimate, row-major */
+    double rph[3];                 /* roll, pitch, heading of dcm, rad; heading in (-pi, pi] */
+    double ref_pos[3];             /* known point, ECEF, m */
+    double L[6];                   /* packed 3x3 covariance factor, rad */
+} CubFilter;
 /* END SECTION fusion-engine */
 
 /* ======================================================================= */
