@@ -269,6 +269,9 @@ typedef struct CubFilter {
 } CubFilter;
 /* END SECTION fusion-engine */
 
+/* BEGIN SECTION fusion-bank */
+/* END SECTION fusion-bank */
+
 /* ======================================================================= */
 /* 7. Numerical toolkit                                                     */
 /* ======================================================================= */
