@@ -400,6 +400,25 @@ TEST(MechRecord, CopiedRecordContinuesIdentically) {
     EXPECT_TRUE(same_record(a, b));
 }
 
+// ---------------------------------------------------------------- poles
+
+TEST(MechPoles, StridesAtAndNearThePolesStayFinite) {
+    const IncrementRun r = dynamic_run();
+    const double rph[3] = {0.0, 0.0, 1.0};
+    for (double lat : {1.5707963267948966, 1.5707963257948966, -1.5707963267948966}) {
+        NavState nav = state_at_rest(lat, 0.0, rph);
+        nav.v_n[0] = 0.5;
+        nav.v_n[1] = 1.0;
+        for (int e = 0; e < 10; ++e) dr_mech(&nav, r.dth[10 * e], r.dv[10 * e], 10, kTl);
+        const double *fields = nav.llh;
+        for (int i = 0; i < 56; ++i) EXPECT_TRUE(isfinite(fields[i])) << "field " << i << " lat " << lat;
+    }
+    // Rounding can push the down axis a hair past unit length at a pole.
+    double cne[9] = {0, 0, 0, 0, 1, 0, 0, 0, -1.0000000000000002}, llh[3];
+    cne2llh(llh, cne);
+    EXPECT_EQ(llh[0], 1.5707963267948966);
+}
+
 // ---------------------------------------------------------------- checks
 
 TEST(MechDeathTest, IntervalLengthMustExceedOneMicrosecond) {
