@@ -130,8 +130,8 @@ TEST(KfGnssUpdate, ResetsPositionToDisplacedAntennaAndKeepsConsistentState) {
         // Gravity refreshed for the antenna position: close to normal gravity, pointing down.
         EXPECT_NEAR(s.nav.g_n[2], local_gravity_v2(sin(s.nav.llh[0]), s.nav.llh[2]), 2e-4);
         EXPECT_LT(fabs(s.nav.g_n[0]), 1e-4);
-        // The covariance has learned something about velocity.
-        EXPECT_LT(get_kf_state_variance(flt.L, 0), 0.01 * 0.01);
+        // Velocity uncertainty drops, though the lever-arm rate ties part of it to attitude.
+        EXPECT_LT(get_kf_state_variance(flt.L, 0), 0.2 * 0.1 * 0.1);
     }
 }
 
@@ -144,8 +144,9 @@ TEST(KfGnssUpdate, VelocityErrorIsPulledTowardsTheMeasurement) {
     KFUpdateGnssSol(&flt, &s.nav, s.pos, s.vel, s.w_ib, vel_std);
     double z[3];
     DifImuVelWithGnss(z, &s.nav, s.vel, s.w_ib);
-    // Prior 0.1 m/s against 0.01 m/s measurements: about 99 % of the error goes.
-    for (int k = 0; k < 3; ++k) EXPECT_LT(fabs(z[k]), 0.03 * fabs(err[k])) << k;
+    // Prior 0.1 m/s against 0.01 m/s measurements: nearly all of the error goes
+    // (a little is taken for attitude error through the lever-arm rate).
+    for (int k = 0; k < 3; ++k) EXPECT_LT(fabs(z[k]), 0.05 * fabs(err[k])) << k;
 }
 
 TEST(KfGnssUpdate, VelocityDeviationsAreFlooredBeforeTheUpdate) {
@@ -232,8 +233,11 @@ TEST(KfConsistency, StaticSceneShrinksTiltButNotHeadingUncertainty) {
             EXPECT_LE(tilt, prev_tilt * (1.0 + 1e-9)) << "n = " << n << ", epoch " << epoch;
             prev_tilt = tilt;
         }
-        EXPECT_LT(sqrt(get_kf_state_variance(flt.L, 3)), 0.005) << "n = " << n;
-        EXPECT_LT(sqrt(get_kf_state_variance(flt.L, 4)), 0.005) << "n = " << n;
+        // At rest a horizontal accelerometer bias looks exactly like tilt, so
+        // with bias states the tilt can only get down to bias / g.
+        const double tilt_limit = n > 8 ? 1.1 * 0.15 / 9.8 : 0.002;  // rad
+        EXPECT_LT(sqrt(get_kf_state_variance(flt.L, 3)), tilt_limit) << "n = " << n;
+        EXPECT_LT(sqrt(get_kf_state_variance(flt.L, 4)), tilt_limit) << "n = " << n;
         EXPECT_GT(get_kf_state_variance(flt.L, 5), 0.5 * heading_var0) << "n = " << n;
         // Truth-consistent measurements leave the state where it was.
         for (int k = 0; k < 3; ++k) {
