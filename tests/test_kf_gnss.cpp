@@ -1,0 +1,171 @@
+// GNSS update geometry (lever arm, position reset, deviation floors) and the
+// filter's behaviour over time on a static scene.
+#include <gtest/gtest.h>
+
+#include "dr_global_var.h"
+#include "kf_test_util.h"
+
+using kftest::Mat;
+
+namespace {
+
+const double kLever[3] = {-0.03404, -0.05097, -0.01432};  // m, body: IMU seen from the antenna
+const double kBankSeed[12] = {0.1, 0.1, 0.1, 0.5235987755982988, 0.5235987755982988,
+                              0.5235987755982988, 0.15, 0.15, 0.15, 0.0035, 0.0035, 0.0035};
+
+struct Scene {
+    NavState nav;   // IMU state consistent with the antenna
+    double pos[3];  // antenna, ECEF, m
+    double vel[3];  // antenna, ECEF, m/s
+    double w_ib[3]; // rad/s, body
+    double a[3];    // antenna velocity relative to the IMU, m/s, n
+};
+
+// Antenna velocity and body rate given; the IMU moves with v_ant + a,
+// a = cbn (w_nb x l), w_nb = w_ib - cbn^T (wie_n + wen_n(v_ant)).
+Scene make_scene(const double *rph, const double *v_ant_n, const double *w_ib) {
+    memcpy(g_level_arm_b, kLever, sizeof kLever);
+    Scene s;
+    s.nav = kftest::make_nav(0.7, -1.3, 45.0, v_ant_n, rph);
+    memcpy(s.w_ib, w_ib, sizeof s.w_ib);
+    mtx_mul_vect_3d(s.vel, s.nav.cne, v_ant_n);
+    double w_in[3], w_in_b[3], w_nb[3], lever_rate_b[3], imu_e[3], lever_n[3], lever_e[3];
+    kftest::transport_rate(w_in, s.nav, v_ant_n);
+    for (int k = 0; k < 3; ++k) w_in[k] += s.nav.wie_n[k];
+    mtxt_mul_vect_3d(w_in_b, s.nav.cbn, w_in);
+    for (int k = 0; k < 3; ++k) w_nb[k] = w_ib[k] - w_in_b[k];
+    cross_prod(lever_rate_b, w_nb, kLever);
+    mtx_mul_vect_3d(s.a, s.nav.cbn, lever_rate_b);
+    for (int k = 0; k < 3; ++k) s.nav.v_n[k] = v_ant_n[k] + s.a[k];
+    kftest::transport_rate(s.nav.wen_n, s.nav, s.nav.v_n);
+    llh2ecef(imu_e, s.nav.llh);  // antenna = IMU - cne cbn l
+    mtx_mul_vect_3d(lever_n, s.nav.cbn, kLever);
+    mtx_mul_vect_3d(lever_e, s.nav.cne, lever_n);
+    for (int k = 0; k < 3; ++k) s.pos[k] = imu_e[k] - lever_e[k];
+    return s;
+}
+
+const double kRph[3] = {0.12, -0.08, 1.9}, kVantN[3] = {0.8, -0.4, 0.1}, kWib[3] = {0.3, -0.5, 0.9};
+
+}  // namespace
+
+TEST(KfGnssUpdate, SeededVelocityGivesZeroInnovation) {
+    const Scene s = make_scene(kRph, kVantN, kWib);
+    double z[3];
+    DifImuVelWithGnss(z, &s.nav, s.vel, s.w_ib);
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(z[k], 0.0, 1e-12);
+    const double no_rate[3] = {0.0, 0.0, 0.0};  // the lever-arm term matters here
+    DifImuVelWithGnss(z, &s.nav, s.vel, no_rate);
+    EXPECT_GT(fabs(z[0]) + fabs(z[1]) + fabs(z[2]), 1e-2);
+}
+
+TEST(KfGnssUpdate, ResetsPositionToDisplacedAntenna) {
+    for (int n : {6, 12}) {
+        Scene s = make_scene(kRph, kVantN, kWib);
+        // Expected IMU position: the antenna displaced by cbn l, cbn from before the update.
+        double llh_g[3], rm, rn, l_n[3];
+        ecef2llh(llh_g, s.pos);
+        calc_radius(&rm, &rn, sin(llh_g[0]));
+        mtx_mul_vect_3d(l_n, s.nav.cbn, kLever);
+        // INS position off by a metre or two; velocity and attitude right.
+        s.nav.llh[0] += 1.2 / (s.nav.rm + 45.0);
+        s.nav.llh[1] -= 0.8 / ((s.nav.rn + 45.0) * s.nav.cos_lat);
+        s.nav.llh[2] += 0.6;
+        llh2qne(s.nav.qne, s.nav.llh);
+        quat2dcm(s.nav.cne, s.nav.qne);
+        const NavState before = s.nav;
+        KfFilter flt = kftest::make_filter(n, kBankSeed);
+        const float vel_std[3] = {0.02f, 0.02f, 0.03f};
+        KFUpdateGnssSol(&flt, &s.nav, s.pos, s.vel, s.w_ib, vel_std);
+        EXPECT_NEAR((s.nav.llh[0] - llh_g[0]) * (rm + llh_g[2]), l_n[0], 1e-6) << n;
+        EXPECT_NEAR((s.nav.llh[1] - llh_g[1]) * (rn + llh_g[2]) * cos(llh_g[0]), l_n[1], 1e-6) << n;
+        EXPECT_NEAR(s.nav.llh[2], llh_g[2] - l_n[2], 1e-6) << n;
+        for (int k = 0; k < 3; ++k) EXPECT_NEAR(s.nav.v_n[k], before.v_n[k], 1e-6);
+        for (int k = 0; k < 9; ++k) EXPECT_NEAR(s.nav.cbn[k], before.cbn[k], 1e-6);
+        // Gravity refreshed: close to normal gravity at the new position.
+        EXPECT_NEAR(s.nav.g_n[2], local_gravity_v2(sin(s.nav.llh[0]), s.nav.llh[2]), 2e-4);
+    }
+}
+
+TEST(KfGnssUpdate, VelocityErrorIsPulledTowardsTheMeasurement) {
+    Scene s = make_scene(kRph, kVantN, kWib);
+    const double err[3] = {0.4, -0.3, 0.2};  // m/s
+    for (int k = 0; k < 3; ++k) s.nav.v_n[k] += err[k];
+    KfFilter flt = kftest::make_filter(12, kBankSeed);
+    const float vel_std[3] = {0.01f, 0.01f, 0.02f};
+    KFUpdateGnssSol(&flt, &s.nav, s.pos, s.vel, s.w_ib, vel_std);
+    double z[3];
+    DifImuVelWithGnss(z, &s.nav, s.vel, s.w_ib);
+    // Prior 0.1 m/s against 0.01 m/s: nearly all of the error goes (a little
+    // is taken as attitude error through the lever-arm rate).
+    for (int k = 0; k < 3; ++k) EXPECT_LT(fabs(z[k]), 0.05 * fabs(err[k]));
+}
+
+// The covariance after the update is the textbook filter's with
+// H = [I3 | -[a x] | 0] and the floored deviations.
+TEST(KfGnssUpdate, VelocityDeviationsAreFlooredBeforeTheUpdate) {
+    const Scene s = make_scene(kRph, kVantN, kWib);
+    const struct {
+        float reported[3];
+        double used[3];
+    } cases[] = {
+        {{0.005f, 0.02f, 0.01f}, {0.008, 0.02, 0.015}},
+        {{0.0f, 0.0f, 0.0f}, {0.008, 0.008, 0.015}},
+        {{0.05f, 0.007f, 0.2f}, {0.05, 0.008, 0.2}},
+    };
+    const double zero[3] = {0.0, 0.0, 0.0};
+    for (const auto &c : cases) {
+        for (int n : {6, 12}) {
+            Mat H(3, n);
+            for (int k = 0; k < 3; ++k) H(k, k) = 1.0;
+            kftest::put_skew(H, 0, 3, s.a, -1.0);
+            KfFilter flt = kftest::make_filter(n, kBankSeed);
+            const Mat want = kftest::textbook_update(kftest::covariance(flt.L, n), H, zero, c.used, nullptr);
+            NavState nav = s.nav;
+            KFUpdateGnssSol(&flt, &nav, s.pos, s.vel, s.w_ib, c.reported);
+            EXPECT_LT(kftest::rel_err(kftest::covariance(flt.L, n), want), 1e-6)
+                << n << ": " << c.reported[0] << " " << c.reported[1] << " " << c.reported[2];
+        }
+    }
+}
+
+// A pole standing still: measurements agree with the truth, the IMU senses only
+// gravity and Earth rate. Tilt errors leak specific force into velocity and are
+// observed; heading is not, at rest.
+TEST(KfConsistency, StaticSceneShrinksTiltButNotHeadingUncertainty) {
+    const double rph[3] = {0.03, -0.02, 0.8}, still[3] = {0.0, 0.0, 0.0};
+    Scene s = make_scene(rph, still, still);
+    memset(s.nav.v_n, 0, sizeof s.nav.v_n);
+    gravity_model_1971(s.nav.g_n, s.pos, s.nav.cne, s.nav.rn, s.nav.llh[2]);
+    for (int k = 0; k < 3; ++k) s.nav.f_n[k] = -s.nav.g_n[k];
+    double w_ib[3], f_b[3], dtheta[6], dvel[6];
+    mtxt_mul_vect_3d(w_ib, s.nav.cbn, s.nav.wie_n);
+    mtxt_mul_vect_3d(f_b, s.nav.cbn, s.nav.f_n);
+    for (int k = 0; k < 3; ++k) {
+        dtheta[k] = dtheta[3 + k] = w_ib[k] * 0.01;
+        dvel[k] = dvel[3 + k] = f_b[k] * 0.01;
+    }
+    const float vel_std[3] = {0.01f, 0.01f, 0.02f};
+    for (int n : {6, 12}) {
+        NavState nav = s.nav;
+        KfFilter flt = kftest::make_filter(n, kBankSeed);
+        double prev_tilt = 1e9;
+        for (int epoch = 0; epoch < 300; ++epoch) {
+            for (int j = 0; j < 10; ++j) KFInflatePMatrix(&flt, &nav, dtheta, dvel, 0.01);
+            KFUpdateGnssSol(&flt, &nav, s.pos, s.vel, w_ib, vel_std);
+            const double tilt = get_kf_state_variance(flt.L, 3) + get_kf_state_variance(flt.L, 4);
+            EXPECT_LE(tilt, prev_tilt * (1.0 + 1e-9)) << n << ", epoch " << epoch;
+            prev_tilt = tilt;
+        }
+        // At rest a horizontal accelerometer bias looks exactly like tilt, so
+        // with bias states the tilt only gets down to the bias prior over g.
+        const double tilt_limit = n > 8 ? 1.1 * 0.15 / 9.8 : 0.002;  // rad
+        EXPECT_LT(sqrt(get_kf_state_variance(flt.L, 3)), tilt_limit) << n;
+        EXPECT_LT(sqrt(get_kf_state_variance(flt.L, 4)), tilt_limit) << n;
+        EXPECT_GT(sqrt(get_kf_state_variance(flt.L, 5)), 0.9 * kBankSeed[5]) << n;
+        for (int k = 0; k < 3; ++k) {  // truth-consistent data leave the state alone
+            EXPECT_NEAR(nav.v_n[k], 0.0, 1e-9);
+            EXPECT_NEAR(nav.rph[k], s.nav.rph[k], 1e-9);
+        }
+    }
+}
