@@ -201,6 +201,71 @@ typedef struct FusionIn {
 /* 4. Earth model, gravity, attitude and vector algebra                     */
 /* ======================================================================= */
 /* BEGIN SECTION navigation */
+
+/*
+ * Earth model (WGS-84) and gravity. Frames: e = Earth-centred Earth-fixed,
+ * n = north-east-down at the geodetic position. llh = latitude, longitude
+ * (rad, east positive), height above the ellipsoid (m). cne maps n-frame
+ * vectors into e; qne is its quaternion. All functions are pure, write their
+ * first argument and check nothing.
+ */
+
+/* Geodetic position of an ECEF point (Bowring, one step). Writes nothing when
+ * r_e lies within 1e-10 m of the polar axis. */
+DRLIB_API void ecef2llh(double *llh, const double *r_e);
+/* ECEF position (m) of a geodetic position. */
+DRLIB_API void llh2ecef(double *r_e, const double *llh);
+/* qne of a position (latitude and longitude read). */
+DRLIB_API void llh2qne(double *qne, const double *llh);
+/* cne of a position (latitude and longitude read). */
+DRLIB_API void llh2cne(double *cne, const double *llh);
+/* Latitude and longitude of a cne; llh[2] (height) is left untouched. */
+DRLIB_API void cne2llh(double *llh, const double *cne);
+/* Meridian (rm) and prime-vertical (rn) radii of curvature, m, from sin(latitude). */
+DRLIB_API void calc_radius(double *rm, double *rn, double sin_lat);
+/* Earth rate resolved in n, rad/s: (W cos lat, 0, -W sin lat). */
+DRLIB_API void calc_wie_n(double *wie_n, double lat);
+/* Normal gravity magnitude, m/s^2: GRS-80 series with second-order height terms. */
+DRLIB_API double local_gravity_v1(double sin_lat, double height);
+/* Normal gravity magnitude, m/s^2: WGS-84 Somigliana with first-order free-air term. */
+DRLIB_API double local_gravity_v2(double sin_lat, double height);
+/* Gravity vector in n (attraction through J3 plus centrifugal), m/s^2, at the
+ * ECEF point r_e whose cne, prime-vertical radius rn (m) and height (m) are given. */
+DRLIB_API void gravity_model_1971(double *g_n, const double *r_e, const double *cne, double rn,
+                                  double height);
+
+/*
+ * Attitude and vector algebra. Quaternions scalar first, Hamilton product;
+ * qbn maps body to n. DCMs are 9 doubles, row-major. Euler angles are roll,
+ * pitch, heading with cbn = Rz(heading) Ry(pitch) Rx(roll); heading in [0, 2 pi).
+ */
+
+/* r = p (x) q with a non-negative scalar part; r may be p or q. */
+DRLIB_API void quat_prod(double *r, const double *p, const double *q);
+/* One Newton step of q toward unit length (no square root). */
+DRLIB_API void quat_norm(double *q);
+/* DCM of a quaternion. */
+DRLIB_API void quat2dcm(double *dcm, const double *q);
+/* Quaternion of a DCM (scalar part not sign-normalised). */
+DRLIB_API void dcm2quat(double *q, const double *dcm);
+/* Rotation angle of a DCM, rad, in [0, pi]. */
+DRLIB_API double dcm_theta(const double *dcm);
+/* Quaternion of a rotation vector (rad). */
+DRLIB_API void rotvec2quat(double *q, const double *rotvec);
+/* qbn of roll, pitch, heading (rad). */
+DRLIB_API void rph2qbn(double *qbn, const double *rph);
+/* Roll, pitch, heading (rad) of a cbn. */
+DRLIB_API void cbn2rph(double *rph, const double *cbn);
+/* r = a x b; r must not share storage with a or b. */
+DRLIB_API void cross_prod(double *r, const double *a, const double *b);
+/* Skew matrix [v x], so that M x = v x x. */
+DRLIB_API void cp_form(double *m, const double *v);
+/* Euclidean length of a 3-vector. */
+DRLIB_API double absvect3d(const double *v);
+/* Dot product of two 3-vectors. */
+DRLIB_API double dotvect3d(const double *a, const double *b);
+/* 3x3 identity. */
+DRLIB_API void gen_eye3d(double *m);
 /* END SECTION navigation */
 
 /* ======================================================================= */
@@ -230,6 +295,27 @@ typedef struct NavState {
     double cos_lon;
     double sin_lon;
 } NavState;
+
+/*
+ * Strapdown mechanization. dtheta and dvel point at element 0 of runs of
+ * n + 1 increments, 3 doubles each, body axes (rad and m/s per interval of tl
+ * seconds); element 0 is the interval before the first one integrated. nav is
+ * updated in place; g_n is never touched. tl must exceed 1e-6 s, n at least 1.
+ */
+
+/* Forward over intervals 1..n, in strides of 1 to 3 intervals. */
+DRLIB_API void dr_mech(NavState *nav, const double *dtheta, const double *dvel, int32_t n,
+                       double tl);
+/* Forward over one stride of m (1..3) intervals, increments 0..m. */
+DRLIB_API void dr_mech_stride(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
+                              double tl);
+/* Backward: nav holds the state at the end of interval n and receives the
+ * state at the start of interval 1; the runs are in forward order. */
+DRLIB_API void dr_mech_backward(NavState *nav, const double *dtheta, const double *dvel,
+                                int32_t n, double tl);
+/* Backward over one stride of m (1..3) intervals, increments 0..m. */
+DRLIB_API void dr_mech_stride_backward(NavState *nav, const double *dtheta, const double *dvel,
+                                       int32_t m, double tl);
 /* END SECTION mechanization */
 
 /* ======================================================================= */
@@ -279,6 +365,21 @@ typedef struct CubFilter {
 /* END SECTION toolkit */
 
 /* BEGIN SECTION toolkit-dense */
+
+/* Small dense products of row-major matrices; the output never overlaps an input. */
+/* out = M v (3x3). */
+DRLIB_API void mtx_mul_vect_3d(double *out, const double *m, const double *v);
+/* out = M^T v (3x3). */
+DRLIB_API void mtxt_mul_vect_3d(double *out, const double *m, const double *v);
+/* out (m x p) = A B, A is m x n, B is n x p. */
+DRLIB_API void mtx_mul_mtx(double *out, const double *a, const double *b, int32_t m, int32_t n,
+                           int32_t p);
+/* out (m x p) = A B^T, A is m x n, B is p x n. */
+DRLIB_API void mtx_mul_mtxt(double *out, const double *a, const double *b, int32_t m, int32_t n,
+                            int32_t p);
+/* out (m x p) = A^T B, A is r x m, B is r x p. */
+DRLIB_API void mtxt_mul_mtx(double *out, const double *a, const double *b, int32_t r, int32_t m,
+                            int32_t p);
 /* END SECTION toolkit-dense */
 
 /* ======================================================================= */
