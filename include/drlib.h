@@ -201,6 +201,71 @@ typedef struct FusionIn {
 /* 4. Earth model, gravity, attitude and vector algebra                     */
 /* ======================================================================= */
 /* BEGIN SECTION navigation */
+
+/*
+ * Earth model (WGS-84) and gravity. Frames: e = Earth-centred Earth-fixed,
+ * n = north-east-down at the geodetic position. llh = latitude, longitude
+ * (rad, east positive), height above the ellipsoid (m). cne maps n-frame
+ * vectors into e; qne is its quaternion. All functions are pure, write their
+ * first argument and check nothing.
+ */
+
+/* Geodetic position of an ECEF point (Bowring, one step). Writes nothing when
+ * r_e lies within 1e-10 m of the polar axis. */
+DRLIB_API void ecef2llh(double *llh, const double *r_e);
+/* ECEF position (m) of a geodetic position. */
+DRLIB_API void llh2ecef(double *r_e, const double *llh);
+/* qne of a position (latitude and longitude read). */
+DRLIB_API void llh2qne(double *qne, const double *llh);
+/* cne of a position (latitude and longitude read). */
+DRLIB_API void llh2cne(double *cne, const double *llh);
+/* Latitude and longitude of a cne; llh[2] (height) is left untouched. */
+DRLIB_API void cne2llh(double *llh, const double *cne);
+/* Meridian (rm) and prime-vertical (rn) radii of curvature, m, from sin(latitude). */
+DRLIB_API void calc_radius(double *rm, double *rn, double sin_lat);
+/* Earth rate resolved in n, rad/s: (W cos lat, 0, -W sin lat). */
+DRLIB_API void calc_wie_n(double *wie_n, double lat);
+/* Normal gravity magnitude, m/s^2: GRS-80 series with second-order height terms. */
+DRLIB_API double local_gravity_v1(double sin_lat, double height);
+/* Normal gravity magnitude, m/s^2: WGS-84 Somigliana with first-order free-air term. */
+DRLIB_API double local_gravity_v2(double sin_lat, double height);
+/* Gravity vector in n (attraction through J3 plus centrifugal), m/s^2, at the
+ * ECEF point r_e whose cne, prime-vertical radius rn (m) and height (m) are given. */
+DRLIB_API void gravity_model_1971(double *g_n, const double *r_e, const double *cne, double rn,
+                                  double height);
+
+/*
+ * Attitude and vector algebra. Quaternions scalar first, Hamilton product;
+ * qbn maps body to n. DCMs are 9 doubles, row-major. Euler angles are roll,
+ * pitch, heading with cbn = Rz(heading) Ry(pitch) Rx(roll); heading in [0, 2 pi).
+ */
+
+/* r = p (x) q with a non-negative scalar part; r may be p or q. */
+DRLIB_API void quat_prod(double *r, const double *p, const double *q);
+/* One Newton step of q toward unit length (no square root). */
+DRLIB_API void quat_norm(double *q);
+/* DCM of a quaternion. */
+DRLIB_API void quat2dcm(double *dcm, const double *q);
+/* Quaternion of a DCM (scalar part not sign-normalised). */
+DRLIB_API void dcm2quat(double *q, const double *dcm);
+/* Rotation angle of a DCM, rad, in [0, pi]. */
+DRLIB_API double dcm_theta(const double *dcm);
+/* Quaternion of a rotation vector (rad). */
+DRLIB_API void rotvec2quat(double *q, const double *rotvec);
+/* qbn of roll, pitch, heading (rad). */
+DRLIB_API void rph2qbn(double *qbn, const double *rph);
+/* Roll, pitch, heading (rad) of a cbn. */
+DRLIB_API void cbn2rph(double *rph, const double *cbn);
+/* r = a x b; r must not share storage with a or b. */
+DRLIB_API void cross_prod(double *r, const double *a, const double *b);
+/* Skew matrix [v x], so that M x = v x x. */
+DRLIB_API void cp_form(double *m, const double *v);
+/* Euclidean length of a 3-vector. */
+DRLIB_API double absvect3d(const double *v);
+/* Dot product of two 3-vectors. */
+DRLIB_API double dotvect3d(const double *a, const double *b);
+/* 3x3 identity. */
+DRLIB_API void gen_eye3d(double *m);
 /* END SECTION navigation */
 
 /* ======================================================================= */
@@ -230,6 +295,27 @@ typedef struct NavState {
     double cos_lon;
     double sin_lon;
 } NavState;
+
+/*
+ * Strapdown mechanization. dtheta and dvel point at element 0 of runs of
+ * n + 1 increments, 3 doubles each, body axes (rad and m/s per interval of tl
+ * seconds); element 0 is the interval before the first one integrated. nav is
+ * updated in place; g_n is never touched. tl must exceed 1e-6 s, n at least 1.
+ */
+
+/* Forward over intervals 1..n, in strides of 1 to 3 intervals. */
+DRLIB_API void dr_mech(NavState *nav, const double *dtheta, const double *dvel, int32_t n,
+                       double tl);
+/* Forward over one stride of m (1..3) intervals, increments 0..m. */
+DRLIB_API void dr_mech_stride(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
+                              double tl);
+/* Backward: nav holds the state at the end of interval n and receives the
+ * state at the start of interval 1; the runs are in forward order. */
+DRLIB_API void dr_mech_backward(NavState *nav, const double *dtheta, const double *dvel,
+                                int32_t n, double tl);
+/* Backward over one stride of m (1..3) intervals, increments 0..m. */
+DRLIB_API void dr_mech_stride_backward(NavState *nav, const double *dtheta, const double *dvel,
+                                       int32_t m, double tl);
 /* END SECTION mechanization */
 
 /* ======================================================================= */
@@ -276,9 +362,131 @@ typedef struct CubFilter {
 /* 7. Numerical toolkit                                                     */
 /* ======================================================================= */
 /* BEGIN SECTION toolkit */
+
+/*
+ * Packed triangular storage. An n x n lower triangle is stored by rows:
+ * element (i, j), j <= i, at gk_L_start[i] + j; n * (n + 1) / 2 doubles in all.
+ * A packed array is read either as a triangular factor L (P = L * L^T, the
+ * diagonal may be negative) or as a symmetric S (S(i, j) = S(j, i)); kernels
+ * whose names end in 2S write the lower triangle of a symmetric result.
+ * Dense operands are row-major. All kernels take the output first, then the
+ * inputs, then the dimensions; they check nothing, allocate nothing and
+ * return nothing. Outputs must not alias inputs unless stated.
+ */
+
+/* Row starts of packed storage: gk_L_start[i] = i * (i + 1) / 2, i = 0..255. */
+DRLIB_API extern const int32_t gk_L_start[256];
+
+/* One block of a block-sparse dense matrix, for CalcBL2EM. A list of blocks is
+ * a contiguous array that ends at the first entry whose `val` is null. */
+typedef struct MatBlock {
+    uint8_t row0;       /* first row of the block */
+    uint8_t col0;       /* first column of the block */
+    uint8_t nrows;      /* rows of the block */
+    uint8_t ncols;      /* columns of the block */
+    const double *val;  /* nrows x ncols values, row-major; null ends the list */
+} MatBlock;
+DRLIB_STATIC_ASSERT(offsetof(MatBlock, val) == sizeof(void *), MatBlock_val);
+
+/* Householder LQ triangularisation by rows: A (dense n x m, n <= m) is
+ * destroyed; L (packed n x n) satisfies L * L^T = A * A^T. The diagonal of L
+ * has the opposite sign of the pivot it came from (positive for a pivot <= 0).
+ * A row whose remaining part is all zero gets a zero diagonal. work: m doubles. */
+DRLIB_API void lq_decompose(double *L, double *A, int32_t n, int32_t m, double *work);
+/* X = L^-1, both packed n x n lower triangular; X and L must differ. */
+DRLIB_API void InvL(double *X, const double *L, int32_t n);
+/* Columns 0..n-1 of E (dense n x 2n) = A (dense n x n) * L (packed n x n). */
+DRLIB_API void CalcAL2EM(double *E, const double *A, const double *L, int32_t n);
+/* Columns 0..n-1 of E (dense n x 2n) += A * L, with A given as a block list. */
+DRLIB_API void CalcBL2EM(double *E, const MatBlock *blocks, const double *L, int32_t n);
+/* E[i][m + j] (row stride m + n) = (H * L)[i][j], H dense m x n, L packed n x n. */
+DRLIB_API void CalcHL2EM(double *E, const double *H, const double *L, int32_t m, int32_t n);
+/* Gain K (dense n x m) = Lc[m..m+n-1][0..m-1] * X, with Lc the packed (m+n)
+ * triangularised update matrix and X the packed inverse of its leading m x m block. */
+DRLIB_API void CalcK_fromEM(double *K, const double *Lc, const double *X, int32_t n, int32_t m);
+/* out (dense r x n) = N (dense r x n) * L (packed n x n). */
+DRLIB_API void CalcNL(double *out, const double *N, const double *L, int32_t r, int32_t n);
+/* out (packed m x m) = H * H^T, H dense m x n. */
+DRLIB_API void CalcHHt2S(double *out, const double *H, int32_t m, int32_t n);
+/* out (dense p x n) = N^T * L, N dense n x p, L packed n x n. */
+DRLIB_API void CalcNtL(double *out, const double *N, const double *L, int32_t p, int32_t n);
+/* out (dense n x p) = L * N, L packed n x n, N dense n x p. */
+DRLIB_API void CalcLN(double *out, const double *L, const double *N, int32_t n, int32_t p);
+/* out (dense n x p) = S * N, S packed symmetric n x n, N dense n x p. */
+DRLIB_API void CalcSN(double *out, const double *S, const double *N, int32_t n, int32_t p);
+/* out (dense n x p) = S * N^T, S packed symmetric n x n, N dense p x n. */
+DRLIB_API void CalcSNt(double *out, const double *S, const double *N, int32_t n, int32_t p);
+/* out (dense r x n) = N * S, N dense r x n, S packed symmetric n x n. */
+DRLIB_API void CalcNS(double *out, const double *N, const double *S, int32_t r, int32_t n);
+/* out (dense r x n) = N^T * S, N dense n x r, S packed symmetric n x n. */
+DRLIB_API void CalcNtS(double *out, const double *N, const double *S, int32_t r, int32_t n);
+/* out (packed r x r) = lower triangle of N * M, N dense r x c, M dense c x r. */
+DRLIB_API void CalcNM2S(double *out, const double *N, const double *M, int32_t r, int32_t c);
+/* out (packed r x r) = lower triangle of N * M^T, N and M dense r x c. */
+DRLIB_API void CalcNMt2S(double *out, const double *N, const double *M, int32_t r, int32_t c);
+/* out (packed n x n) = L * L^T. */
+DRLIB_API void CalcLLt2S(double *out, const double *L, int32_t n);
+/* out (packed n x n) = L^T * diag(d) * L, d: n doubles. */
+DRLIB_API void CalcLtDL2S(double *out, const double *L, const double *d, int32_t n);
+/* out (packed n x n): out(i, j) = S(p[i], p[j]); p may repeat or select. */
+DRLIB_API void CalcPtSP2S(double *out, const double *S, const int32_t *p, int32_t n);
+/* out (dense r x c) = H^T * diag(w), H dense c x r, w: c doubles. */
+DRLIB_API void CalcHtW(double *out, const double *H, const double *w, int32_t r, int32_t c);
+/* out (dense r x c) = H * diag(w), H dense r x c, w: c doubles. */
+DRLIB_API void CalcHW(double *out, const double *H, const double *w, int32_t r, int32_t c);
+/* out (packed n x n) = H^T * H, H dense m x n. */
+DRLIB_API void CalcHtH2S(double *out, const double *H, int32_t m, int32_t n);
+/* Zero row k left of the diagonal and column k below it in packed n x n L. */
+DRLIB_API void ClearOffDiagL(double *L, int32_t k, int32_t n);
+
+/* Symmetric factorisations (packed storage, no pivot tolerance). */
+/* S = L * D * L^T, L unit lower: U(i, j) = L(i, j) * D(j), U(j, j) = D(j). U may be S. */
+DRLIB_API void LDLTDecompose(double *U, const double *S, int32_t n);
+/* out (packed symmetric) = X^T * diag(1 / X(k, k)) * X; out and X differ; n <= 255. */
+DRLIB_API void LTDLMultiply(double *out, const double *X, int32_t n);
+/* out = S^-1 for symmetric S (packed, n <= 255); S is overwritten with D^-1 * L^-1. */
+DRLIB_API void InvS(double *out, double *S, int32_t n);
+/* Symmetrically pivoted S(perm[i], perm[j]) = (L^T * D * L)(i, j): unit lower L
+ * is stored in S, D in d (n doubles), the permutation in perm (n entries). */
+DRLIB_API void ltdl_decompose_pivot(double *S, double *d, int32_t *perm, int32_t n);
+/* Jacobi eigen-decomposition of packed symmetric S (n <= 255; its strict lower
+ * triangle is destroyed): S = E * diag(e) * E^T, eigenvectors in the columns of
+ * E (dense n x n, may be null), eigenvalues unsorted in e. */
+DRLIB_API void eig_decompose_jacobi(double *e, double *E, double *S, int32_t n);
+
+/* Scalar helpers. */
+DRLIB_API double ScaleDouble(int32_t v, uint32_t k);    /* v * 2^-k; k keeps the result normal */
+DRLIB_API double ScaleDoubleU(uint32_t v, uint32_t k);  /* v * 2^-k */
+DRLIB_API float ScaleFloat(int32_t v, uint32_t k);      /* v * 2^-k, v rounded to float first */
+DRLIB_API float ScaleFloatU(uint32_t v, uint32_t k);    /* v * 2^-k, v rounded to float first */
+DRLIB_API uint32_t isNaN(double x);                     /* 1 for a NaN, else 0 */
+DRLIB_API int32_t isInf(double x);                      /* 1 for +inf, -1 for -inf, else 0 */
+DRLIB_API uint32_t revertBits(uint32_t x);              /* the 32 bits in reverse order */
+DRLIB_API int32_t IntLog(uint32_t x);                   /* 1000 * log10(x) within 3; 0 for x < 2 */
+DRLIB_API uint32_t IntSqrt(uint32_t x);                 /* floor(sqrt(x)) */
+DRLIB_API uint32_t CountOnes(uint32_t x);               /* number of set bits */
+DRLIB_API uint32_t JPLapprox(int32_t a, int32_t b);     /* cheap approximation of sqrt(a^2 + b^2) */
+/* 16 * chi-square threshold / (2 dof) for 2 dof degrees of freedom (dof clamped
+ * to 1..20) at tail probability about 1/n; 255 for n = 0, 0 for n = 1. */
+DRLIB_API uint32_t GetChi2InvNorm(uint32_t n, uint32_t dof);
 /* END SECTION toolkit */
 
 /* BEGIN SECTION toolkit-dense */
+
+/* Small dense products of row-major matrices; the output never overlaps an input. */
+/* out = M v (3x3). */
+DRLIB_API void mtx_mul_vect_3d(double *out, const double *m, const double *v);
+/* out = M^T v (3x3). */
+DRLIB_API void mtxt_mul_vect_3d(double *out, const double *m, const double *v);
+/* out (m x p) = A B, A is m x n, B is n x p. */
+DRLIB_API void mtx_mul_mtx(double *out, const double *a, const double *b, int32_t m, int32_t n,
+                           int32_t p);
+/* out (m x p) = A B^T, A is m x n, B is p x n. */
+DRLIB_API void mtx_mul_mtxt(double *out, const double *a, const double *b, int32_t m, int32_t n,
+                            int32_t p);
+/* out (m x p) = A^T B, A is r x m, B is r x p. */
+DRLIB_API void mtxt_mul_mtx(double *out, const double *a, const double *b, int32_t r, int32_t m,
+                            int32_t p);
 /* END SECTION toolkit-dense */
 
 /* ======================================================================= */
@@ -295,6 +503,29 @@ DRLIB_API void enable_assert_weak(uint32_t flag);
 DRLIB_API uint32_t get_assert_weak(void);                /* 1 until enable_assert_weak */
 DRLIB_API void assert_fail_handle(const char *expr, const char *file, int32_t line,
                                   const char *func) __attribute__((noreturn));
+
+/* Bounded strings: never write past the given size, always terminate what they write. */
+/* Formatted print into s (at most maxlen bytes with the terminator); returns the
+ * characters stored without the terminator; 0 for a null s or maxlen 0. */
+DRLIB_API uint32_t slprintf(char *s, uint32_t maxlen, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+/* Copy src into dst (at most size bytes with the terminator); returns the bytes
+ * stored including the terminator; 0 for a null pointer or size 0. */
+DRLIB_API int32_t strlcpy(char *dst, const char *src, uint32_t size);
+
+/* CRC routines. Each continues a running CRC over len bytes and returns the new
+ * register; none applies an initial value or final XOR of its own. */
+/* CRC-16/ARC with crc = 0 (reflected 0x8005). */
+DRLIB_API uint32_t crc16_calc_IMB(uint32_t crc, const uint8_t *data, uint32_t len);
+/* CRC-16/XMODEM with crc = 0 (MSB-first 0x1021). */
+DRLIB_API uint32_t crc16_cal_xmodem(uint16_t crc, const uint8_t *data, int32_t len);
+/* Reflected 0x1021: CRC-16/KERMIT with crc = 0, MCRF4XX with 0xFFFF, X-25 with
+ * 0xFFFF and a final XOR of 0xFFFF. */
+DRLIB_API uint32_t crc16_cal_ccitt(uint16_t crc, const uint8_t *data, int32_t len);
+/* CRC-24Q with crc = 0; result masked to 24 bits. */
+DRLIB_API uint32_t crc24q_calc(uint32_t crc, const uint8_t *data, uint32_t len);
+/* Reflected 0x04C11DB7: CRC-32 with crc = 0xFFFFFFFF and a final XOR of 0xFFFFFFFF. */
+DRLIB_API int32_t crc32_calc(uint32_t crc, const uint8_t *data, uint32_t len);
 /* END SECTION runtime */
 
 /* Layout of the records the exported toolkit takes by pointer. */
