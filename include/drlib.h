@@ -195,6 +195,36 @@ typedef struct FusionIn {
     double dtheta[11][3];    /* angle increments over 0.01 s, rad, body x, y, z */
     double dvel[11][3];      /* velocity increments over 0.01 s, m/s, body x, y, z */
 } FusionIn;
+
+/*
+ * Input checks and IMU staging, called by DrlibUpdateFusion in this order for
+ * each record: validity, staging, resampling, continuity. Exported for test
+ * harnesses; a host needs none of them.
+ */
+
+/* 1 if the record header passes every validity check (version 4, time of
+ * week within a week plus one second and within 1 ms of a 100 ms boundary,
+ * known solution types, combined position sigma <= 10 m, combined velocity
+ * sigma <= 0.7 m/s, 8..12 samples), else 0. Reads the header only. */
+DRLIB_API uint32_t IsFusionDataValid(const DrInput *rec);
+
+/* Stages the record's nsamples IMU samples in the 64-slot sample ring.
+ * Returns 1 if all were staged; 0 if a sample is spaced less than 2000 us or
+ * more than 18000 us from the one before it, or if the ring has no room for
+ * the record (nothing is staged then). Samples staged before a spacing
+ * failure stay in the ring; the caller empties it. */
+DRLIB_API int32_t InputImuDataToBuf(const DrInput *rec);
+
+/* 1 if cur does not continue the record held in prev (sequence number not
+ * prev's plus 1, or time of week not 99..101 ms later, across the week
+ * rollover), else 0. */
+DRLIB_API uint32_t IsFusionDataBreak(const DrInput *cur, const FusionIn *prev);
+
+/* Resamples the staged IMU samples onto slots 1..10 of entry, whose header
+ * must already be in place (its tow_ms fixes the grid), and stores the number
+ * of slots filled in entry->header.nsamples. Consumes samples that lie wholly
+ * before the grid. */
+DRLIB_API void FillDaDv2FusionIn(FusionIn *entry);
 /* END SECTION input-staging */
 
 /* ======================================================================= */
