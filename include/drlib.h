@@ -383,6 +383,58 @@ typedef struct CubFilter {
     double ref_pos[3];             /* known point, ECEF, m */
     double L[6];                   /* packed 3x3 covariance factor, rad */
 } CubFilter;
+/* The callback pointer is 4 bytes on 32-bit Arm and 8 on x86-64; on both the
+ * doubles that follow start at byte 32 (4 bytes of padding on Arm). */
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, running) == 4, CubFilter_running);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, count) == 8, CubFilter_count);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, target) == 12, CubFilter_target);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, last_percent) == 16, CubFilter_last_percent);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, start_time) == 20, CubFilter_start_time);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, callback) == 24, CubFilter_callback);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, dcm) == 32, CubFilter_dcm);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, rph) == 104, CubFilter_rph);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, ref_pos) == 128, CubFilter_ref_pos);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, L) == 152, CubFilter_L);
+DRLIB_STATIC_ASSERT(sizeof(CubFilter) == 200, CubFilter_size);
+
+/*
+ * Fusion engine: the driver, the tilt status and the mounting calibration.
+ * DrlibUpdateFusion runs them once per accepted record in this order:
+ * DrFusionProc, then ComposeTiltStat (which also steps the calibration).
+ * Exported for test harnesses and replay tools; a host needs none of them.
+ */
+
+/* Engine back to idle: the driver state, the standstill gyro-bias estimator
+ * and the mounting calibration (stopped without a callback). The filter
+ * records are left as they are; the next bank start rebuilds them. */
+DRLIB_API void DrFusionReset(void);
+/* One driver cycle on the newest history entry: standstill detection and
+ * bank start at whole seconds, the bank or the main filter through the
+ * epoch's ten 0.01 s steps and the GNSS update, promotion of a winner. */
+DRLIB_API void DrFusionProc(void);
+
+/* Fills out from the newest history entry and the engine state. hw is the
+ * stored pole lever (HwCfg.lever, m, body axes). In the main state a tip
+ * variance sum of 0.35^2 m^2 or more (or not a number) ends the main filter
+ * (the engine returns to idle). Steps the mounting calibration. */
+DRLIB_API void ComposeTiltStat(TiltStat *out, const double *hw);
+/* Tip variances north, east, down (m^2, three times H P H^T) of the lever
+ * vector lever_n (m, n frame) from the attitude block of flt's covariance. */
+DRLIB_API void CalcKFVarPole_n(double *var, const double *lever_n, const KfFilter *flt);
+
+/* Configured mounting rotation from roll, pitch, heading (rad); identity when
+ * angles is null or any |angle| >= 1.2 deg. angles is read during the call only. */
+DRLIB_API void config_cub(const double *angles);
+/* The mounting-calibration record (static storage of the library). */
+DRLIB_API CubFilter *get_cub_flt(void);
+/* One calibration step: pole_b the pole vector (m, body), ant_pos_e the
+ * antenna position (ECEF, m), tip_std the tip deviations (m) of the three
+ * misclosure components. Reports through the calibration callback. */
+DRLIB_API void CubFltProc(const double *pole_b, const double *ant_pos_e, const float *tip_std);
+/* Writes the gyro bias to keep into out (3 doubles) in the offset encoding
+ * 1 + bx, 2 + by, 3 + bz (rad/s): the main filter's if it is well learned,
+ * clamped to +-0.18 deg/s, else the configured code, else zeros. */
+DRLIB_API void bwxyz_store(double *out);
 /* END SECTION fusion-engine */
 
 /* BEGIN SECTION fusion-bank */
