@@ -195,6 +195,36 @@ typedef struct FusionIn {
     double dtheta[11][3];    /* angle increments over 0.01 s, rad, body x, y, z */
     double dvel[11][3];      /* velocity increments over 0.01 s, m/s, body x, y, z */
 } FusionIn;
+
+/*
+ * Input checks and IMU staging, called by DrlibUpdateFusion in this order for
+ * each record: validity, staging, resampling, continuity. Exported for test
+ * harnesses; a host needs none of them.
+ */
+
+/* 1 if the record header passes every validity check (version 4, time of
+ * week within a week plus one second and within 1 ms of a 100 ms boundary,
+ * known solution types, combined position sigma <= 10 m, combined velocity
+ * sigma <= 0.7 m/s, 8..12 samples), else 0. Reads the header only. */
+DRLIB_API uint32_t IsFusionDataValid(const DrInput *rec);
+
+/* Stages the record's nsamples IMU samples in the 64-slot sample ring.
+ * Returns 1 if all were staged; 0 if a sample is spaced less than 2000 us or
+ * more than 18000 us from the one before it, or if the ring has no room for
+ * the record (nothing is staged then). Samples staged before a spacing
+ * failure stay in the ring; the caller empties it. */
+DRLIB_API int32_t InputImuDataToBuf(const DrInput *rec);
+
+/* 1 if cur does not continue the record held in prev (sequence number not
+ * prev's plus 1, or time of week not 99..101 ms later, across the week
+ * rollover), else 0. */
+DRLIB_API uint32_t IsFusionDataBreak(const DrInput *cur, const FusionIn *prev);
+
+/* Resamples the staged IMU samples onto slots 1..10 of entry, whose header
+ * must already be in place (its tow_ms fixes the grid), and stores the number
+ * of slots filled in entry->header.nsamples. Consumes samples that lie wholly
+ * before the grid. */
+DRLIB_API void FillDaDv2FusionIn(FusionIn *entry);
 /* END SECTION input-staging */
 
 /* ======================================================================= */
@@ -353,6 +383,58 @@ typedef struct CubFilter {
     double ref_pos[3];             /* known point, ECEF, m */
     double L[6];                   /* packed 3x3 covariance factor, rad */
 } CubFilter;
+/* The callback pointer is 4 bytes on 32-bit Arm and 8 on x86-64; on both the
+ * doubles that follow start at byte 32 (4 bytes of padding on Arm). */
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, running) == 4, CubFilter_running);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, count) == 8, CubFilter_count);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, target) == 12, CubFilter_target);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, last_percent) == 16, CubFilter_last_percent);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, start_time) == 20, CubFilter_start_time);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, callback) == 24, CubFilter_callback);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, dcm) == 32, CubFilter_dcm);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, rph) == 104, CubFilter_rph);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, ref_pos) == 128, CubFilter_ref_pos);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, L) == 152, CubFilter_L);
+DRLIB_STATIC_ASSERT(sizeof(CubFilter) == 200, CubFilter_size);
+
+/*
+ * Fusion engine: the driver, the tilt status and the mounting calibration.
+ * DrlibUpdateFusion runs them once per accepted record in this order:
+ * DrFusionProc, then ComposeTiltStat (which also steps the calibration).
+ * Exported for test harnesses and replay tools; a host needs none of them.
+ */
+
+/* Engine back to idle: the driver state, the standstill gyro-bias estimator
+ * and the mounting calibration (stopped without a callback). The filter
+ * records are left as they are; the next bank start rebuilds them. */
+DRLIB_API void DrFusionReset(void);
+/* One driver cycle on the newest history entry: standstill detection and
+ * bank start at whole seconds, the bank or the main filter through the
+ * epoch's ten 0.01 s steps and the GNSS update, promotion of a winner. */
+DRLIB_API void DrFusionProc(void);
+
+/* Fills out from the newest history entry and the engine state. hw is the
+ * stored pole lever (HwCfg.lever, m, body axes). In the main state a tip
+ * variance sum of 0.35^2 m^2 or more (or not a number) ends the main filter
+ * (the engine returns to idle). Steps the mounting calibration. */
+DRLIB_API void ComposeTiltStat(TiltStat *out, const double *hw);
+/* Tip variances north, east, down (m^2, three times H P H^T) of the lever
+ * vector lever_n (m, n frame) from the attitude block of flt's covariance. */
+DRLIB_API void CalcKFVarPole_n(double *var, const double *lever_n, const KfFilter *flt);
+
+/* Configured mounting rotation from roll, pitch, heading (rad); identity when
+ * angles is null or any |angle| >= 1.2 deg. angles is read during the call only. */
+DRLIB_API void config_cub(const double *angles);
+/* The mounting-calibration record (static storage of the library). */
+DRLIB_API CubFilter *get_cub_flt(void);
+/* One calibration step: pole_b the pole vector (m, body), ant_pos_e the
+ * antenna position (ECEF, m), tip_std the tip deviations (m) of the three
+ * misclosure components. Reports through the calibration callback. */
+DRLIB_API void CubFltProc(const double *pole_b, const double *ant_pos_e, const float *tip_std);
+/* Writes the gyro bias to keep into out (3 doubles) in the offset encoding
+ * 1 + bx, 2 + by, 3 + bz (rad/s): the main filter's if it is well learned,
+ * clamped to +-0.18 deg/s, else the configured code, else zeros. */
+DRLIB_API void bwxyz_store(double *out);
 /* END SECTION fusion-engine */
 
 /* BEGIN SECTION fusion-bank */
@@ -362,6 +444,113 @@ typedef struct CubFilter {
 /* 7. Numerical toolkit                                                     */
 /* ======================================================================= */
 /* BEGIN SECTION toolkit */
+
+/*
+ * Packed triangular storage. An n x n lower triangle is stored by rows:
+ * element (i, j), j <= i, at gk_L_start[i] + j; n * (n + 1) / 2 doubles in all.
+ * A packed array is read either as a triangular factor L (P = L * L^T, the
+ * diagonal may be negative) or as a symmetric S (S(i, j) = S(j, i)); kernels
+ * whose names end in 2S write the lower triangle of a symmetric result.
+ * Dense operands are row-major. All kernels take the output first, then the
+ * inputs, then the dimensions; they check nothing, allocate nothing and
+ * return nothing. Outputs must not alias inputs unless stated.
+ */
+
+/* Row starts of packed storage: gk_L_start[i] = i * (i + 1) / 2, i = 0..255. */
+DRLIB_API extern const int32_t gk_L_start[256];
+
+/* One block of a block-sparse dense matrix, for CalcBL2EM. A list of blocks is
+ * a contiguous array that ends at the first entry whose `val` is null. */
+typedef struct MatBlock {
+    uint8_t row0;       /* first row of the block */
+    uint8_t col0;       /* first column of the block */
+    uint8_t nrows;      /* rows of the block */
+    uint8_t ncols;      /* columns of the block */
+    const double *val;  /* nrows x ncols values, row-major; null ends the list */
+} MatBlock;
+DRLIB_STATIC_ASSERT(offsetof(MatBlock, val) == sizeof(void *), MatBlock_val);
+
+/* Householder LQ triangularisation by rows: A (dense n x m, n <= m) is
+ * destroyed; L (packed n x n) satisfies L * L^T = A * A^T. The diagonal of L
+ * has the opposite sign of the pivot it came from (positive for a pivot <= 0).
+ * A row whose remaining part is all zero gets a zero diagonal. work: m doubles. */
+DRLIB_API void lq_decompose(double *L, double *A, int32_t n, int32_t m, double *work);
+/* X = L^-1, both packed n x n lower triangular; X and L must differ. */
+DRLIB_API void InvL(double *X, const double *L, int32_t n);
+/* Columns 0..n-1 of E (dense n x 2n) = A (dense n x n) * L (packed n x n). */
+DRLIB_API void CalcAL2EM(double *E, const double *A, const double *L, int32_t n);
+/* Columns 0..n-1 of E (dense n x 2n) += A * L, with A given as a block list. */
+DRLIB_API void CalcBL2EM(double *E, const MatBlock *blocks, const double *L, int32_t n);
+/* E[i][m + j] (row stride m + n) = (H * L)[i][j], H dense m x n, L packed n x n. */
+DRLIB_API void CalcHL2EM(double *E, const double *H, const double *L, int32_t m, int32_t n);
+/* Gain K (dense n x m) = Lc[m..m+n-1][0..m-1] * X, with Lc the packed (m+n)
+ * triangularised update matrix and X the packed inverse of its leading m x m block. */
+DRLIB_API void CalcK_fromEM(double *K, const double *Lc, const double *X, int32_t n, int32_t m);
+/* out (dense r x n) = N (dense r x n) * L (packed n x n). */
+DRLIB_API void CalcNL(double *out, const double *N, const double *L, int32_t r, int32_t n);
+/* out (packed m x m) = H * H^T, H dense m x n. */
+DRLIB_API void CalcHHt2S(double *out, const double *H, int32_t m, int32_t n);
+/* out (dense p x n) = N^T * L, N dense n x p, L packed n x n. */
+DRLIB_API void CalcNtL(double *out, const double *N, const double *L, int32_t p, int32_t n);
+/* out (dense n x p) = L * N, L packed n x n, N dense n x p. */
+DRLIB_API void CalcLN(double *out, const double *L, const double *N, int32_t n, int32_t p);
+/* out (dense n x p) = S * N, S packed symmetric n x n, N dense n x p. */
+DRLIB_API void CalcSN(double *out, const double *S, const double *N, int32_t n, int32_t p);
+/* out (dense n x p) = S * N^T, S packed symmetric n x n, N dense p x n. */
+DRLIB_API void CalcSNt(double *out, const double *S, const double *N, int32_t n, int32_t p);
+/* out (dense r x n) = N * S, N dense r x n, S packed symmetric n x n. */
+DRLIB_API void CalcNS(double *out, const double *N, const double *S, int32_t r, int32_t n);
+/* out (dense r x n) = N^T * S, N dense n x r, S packed symmetric n x n. */
+DRLIB_API void CalcNtS(double *out, const double *N, const double *S, int32_t r, int32_t n);
+/* out (packed r x r) = lower triangle of N * M, N dense r x c, M dense c x r. */
+DRLIB_API void CalcNM2S(double *out, const double *N, const double *M, int32_t r, int32_t c);
+/* out (packed r x r) = lower triangle of N * M^T, N and M dense r x c. */
+DRLIB_API void CalcNMt2S(double *out, const double *N, const double *M, int32_t r, int32_t c);
+/* out (packed n x n) = L * L^T. */
+DRLIB_API void CalcLLt2S(double *out, const double *L, int32_t n);
+/* out (packed n x n) = L^T * diag(d) * L, d: n doubles. */
+DRLIB_API void CalcLtDL2S(double *out, const double *L, const double *d, int32_t n);
+/* out (packed n x n): out(i, j) = S(p[i], p[j]); p may repeat or select. */
+DRLIB_API void CalcPtSP2S(double *out, const double *S, const int32_t *p, int32_t n);
+/* out (dense r x c) = H^T * diag(w), H dense c x r, w: c doubles. */
+DRLIB_API void CalcHtW(double *out, const double *H, const double *w, int32_t r, int32_t c);
+/* out (dense r x c) = H * diag(w), H dense r x c, w: c doubles. */
+DRLIB_API void CalcHW(double *out, const double *H, const double *w, int32_t r, int32_t c);
+/* out (packed n x n) = H^T * H, H dense m x n. */
+DRLIB_API void CalcHtH2S(double *out, const double *H, int32_t m, int32_t n);
+/* Zero row k left of the diagonal and column k below it in packed n x n L. */
+DRLIB_API void ClearOffDiagL(double *L, int32_t k, int32_t n);
+
+/* Symmetric factorisations (packed storage, no pivot tolerance). */
+/* S = L * D * L^T, L unit lower: U(i, j) = L(i, j) * D(j), U(j, j) = D(j). U may be S. */
+DRLIB_API void LDLTDecompose(double *U, const double *S, int32_t n);
+/* out (packed symmetric) = X^T * diag(1 / X(k, k)) * X; out and X differ; n <= 255. */
+DRLIB_API void LTDLMultiply(double *out, const double *X, int32_t n);
+/* out = S^-1 for symmetric S (packed, n <= 255); S is overwritten with D^-1 * L^-1. */
+DRLIB_API void InvS(double *out, double *S, int32_t n);
+/* Symmetrically pivoted S(perm[i], perm[j]) = (L^T * D * L)(i, j): unit lower L
+ * is stored in S, D in d (n doubles), the permutation in perm (n entries). */
+DRLIB_API void ltdl_decompose_pivot(double *S, double *d, int32_t *perm, int32_t n);
+/* Jacobi eigen-decomposition of packed symmetric S (n <= 255; its strict lower
+ * triangle is destroyed): S = E * diag(e) * E^T, eigenvectors in the columns of
+ * E (dense n x n, may be null), eigenvalues unsorted in e. */
+DRLIB_API void eig_decompose_jacobi(double *e, double *E, double *S, int32_t n);
+
+/* Scalar helpers. */
+DRLIB_API double ScaleDouble(int32_t v, uint32_t k);    /* v * 2^-k; k keeps the result normal */
+DRLIB_API double ScaleDoubleU(uint32_t v, uint32_t k);  /* v * 2^-k */
+DRLIB_API float ScaleFloat(int32_t v, uint32_t k);      /* v * 2^-k, v rounded to float first */
+DRLIB_API float ScaleFloatU(uint32_t v, uint32_t k);    /* v * 2^-k, v rounded to float first */
+DRLIB_API uint32_t isNaN(double x);                     /* 1 for a NaN, else 0 */
+DRLIB_API int32_t isInf(double x);                      /* 1 for +inf, -1 for -inf, else 0 */
+DRLIB_API uint32_t revertBits(uint32_t x);              /* the 32 bits in reverse order */
+DRLIB_API int32_t IntLog(uint32_t x);                   /* 1000 * log10(x) within 3; 0 for x < 2 */
+DRLIB_API uint32_t IntSqrt(uint32_t x);                 /* floor(sqrt(x)) */
+DRLIB_API uint32_t CountOnes(uint32_t x);               /* number of set bits */
+DRLIB_API uint32_t JPLapprox(int32_t a, int32_t b);     /* cheap approximation of sqrt(a^2 + b^2) */
+/* 16 * chi-square threshold / (2 dof) for 2 dof degrees of freedom (dof clamped
+ * to 1..20) at tail probability about 1/n; 255 for n = 0, 0 for n = 1. */
+DRLIB_API uint32_t GetChi2InvNorm(uint32_t n, uint32_t dof);
 /* END SECTION toolkit */
 
 /* BEGIN SECTION toolkit-dense */
@@ -396,6 +585,29 @@ DRLIB_API void enable_assert_weak(uint32_t flag);
 DRLIB_API uint32_t get_assert_weak(void);                /* 1 until enable_assert_weak */
 DRLIB_API void assert_fail_handle(const char *expr, const char *file, int32_t line,
                                   const char *func) __attribute__((noreturn));
+
+/* Bounded strings: never write past the given size, always terminate what they write. */
+/* Formatted print into s (at most maxlen bytes with the terminator); returns the
+ * characters stored without the terminator; 0 for a null s or maxlen 0. */
+DRLIB_API uint32_t slprintf(char *s, uint32_t maxlen, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+/* Copy src into dst (at most size bytes with the terminator); returns the bytes
+ * stored including the terminator; 0 for a null pointer or size 0. */
+DRLIB_API int32_t strlcpy(char *dst, const char *src, uint32_t size);
+
+/* CRC routines. Each continues a running CRC over len bytes and returns the new
+ * register; none applies an initial value or final XOR of its own. */
+/* CRC-16/ARC with crc = 0 (reflected 0x8005). */
+DRLIB_API uint32_t crc16_calc_IMB(uint32_t crc, const uint8_t *data, uint32_t len);
+/* CRC-16/XMODEM with crc = 0 (MSB-first 0x1021). */
+DRLIB_API uint32_t crc16_cal_xmodem(uint16_t crc, const uint8_t *data, int32_t len);
+/* Reflected 0x1021: CRC-16/KERMIT with crc = 0, MCRF4XX with 0xFFFF, X-25 with
+ * 0xFFFF and a final XOR of 0xFFFF. */
+DRLIB_API uint32_t crc16_cal_ccitt(uint16_t crc, const uint8_t *data, int32_t len);
+/* CRC-24Q with crc = 0; result masked to 24 bits. */
+DRLIB_API uint32_t crc24q_calc(uint32_t crc, const uint8_t *data, uint32_t len);
+/* Reflected 0x04C11DB7: CRC-32 with crc = 0xFFFFFFFF and a final XOR of 0xFFFFFFFF. */
+DRLIB_API int32_t crc32_calc(uint32_t crc, const uint8_t *data, uint32_t len);
 /* END SECTION runtime */
 
 /* Layout of the records the exported toolkit takes by pointer. */
