@@ -364,6 +364,55 @@ typedef struct KfFilter {
     double gyro_bias[3];   /* gyro bias estimate, rad/s, body */
     double L[78];          /* packed factor, 12 * 13 / 2 slots */
 } KfFilter;
+
+/*
+ * Filter core. Every operation works on one filter and its navigation state,
+ * passed by pointer; scratch is on the stack (n <= 12, m + n <= 15). Calling
+ * order per GNSS epoch: ten times (mechanization step, KFInflatePMatrix),
+ * then KFUpdateGnssSol, which runs KFInnoInput and KFStateFeedback.
+ */
+
+/* Error-state transition matrix phi (n x n, row-major) of the psi-angle model
+ * over dt seconds, from f_n, cbn, wie_n and wen_n of nav; n is 6, 9 or 12. */
+DRLIB_API void KFCalcPsiMatrix(double *phi, const NavState *nav, int32_t n, double dt);
+/* Time update of flt->L over one step of dt seconds: P+ = Phi P Phi^T + G G^T.
+ * dtheta (rad) and dvel (m/s) point at the two increment triples that open
+ * and close the step; the closing triple scales the motion noise. */
+DRLIB_API void KFInflatePMatrix(KfFilter *flt, const NavState *nav, const double *dtheta,
+                                const double *dvel, double dt);
+/* out[i][k] = in[i][k] - bias[k] for count triples; out may be in. */
+DRLIB_API void ImuSampCorr(double *out, const double *in, const double *bias, int32_t count);
+/* Stores +0.0 into each whole double of the first nbytes bytes at p. */
+DRLIB_API void F64ToZeros(double *p, uint32_t nbytes);
+/* Square-root measurement update with m measurements (m + n <= 15): adds
+ * K z to dx (n doubles) and replaces the packed factor L by that of
+ * P - K H P. H is m x n row-major, z = computed - measured, r holds the
+ * measurement standard deviations (R = diag(r^2)). */
+DRLIB_API void KFInnoInput(double *dx, double *L, const double *H, const double *z,
+                           const double *r, int32_t n, int32_t m);
+/* Closed-loop feedback of the error state dx (flt->state_dim entries) into
+ * nav and the bias estimates, and position reset by dpos (computed minus
+ * measured, north, east, down, m). */
+DRLIB_API void KFStateFeedback(KfFilter *flt, NavState *nav, const double *dx, const double *dpos);
+/* Variance P(i, i) of state i from the packed factor L. */
+DRLIB_API double get_kf_state_variance(const double *L, int32_t i);
+/* GNSS update of one filter: velocity innovation through the lever arm,
+ * measurement update, feedback with position reset, gravity refresh.
+ * pos, vel: antenna ECEF position (m) and velocity (m/s); w_ib: body rate,
+ * rad/s; vel_std: velocity deviations north, east, down, m/s. */
+DRLIB_API void KFUpdateGnssSol(KfFilter *flt, NavState *nav, const double *pos, const double *vel,
+                               const double *w_ib, const float *vel_std);
+/* INS position minus the lever-arm-corrected antenna position pos (ECEF, m),
+ * north, east, down, m. */
+DRLIB_API void DifImuPosWithGnss(double *dpos, const NavState *nav, const double *pos);
+/* Velocity innovation, north, east, down, m/s: INS velocity minus the antenna
+ * velocity vel (ECEF, m/s) carried to the IMU with the body rate w_ib (rad/s). */
+DRLIB_API void DifImuVelWithGnss(double *z, const NavState *nav, const double *vel,
+                                 const double *w_ib);
+/* Trace sink of the fusion engine: takes a level, a category mask and a
+ * printf-style format with its arguments, prints nothing and returns 0. */
+DRLIB_API int32_t empty_function(int32_t level, uint32_t mask, const char *fmt, ...)
+    __attribute__((format(printf, 3, 4)));
 /* END SECTION fusion-filter */
 
 /* BEGIN SECTION fusion-engine */
