@@ -487,6 +487,39 @@ DRLIB_API void bwxyz_store(double *out);
 /* END SECTION fusion-engine */
 
 /* BEGIN SECTION fusion-bank */
+
+/*
+ * Heading bank and standstill detector. The bank is 18 filters that share one
+ * levelled attitude, position and velocity and differ only in heading, 20
+ * degrees apart; the convergence test picks the hypothesis the GNSS updates
+ * have pulled the others onto. Exported for test harnesses and replay tools;
+ * a host needs none of them.
+ */
+
+/* Starts the bank from the history ending at position newest_pos: levels the
+ * attitude on the specific force, seeds all 18 states and filters from the
+ * newest GNSS solution and sets the driver to the converging state. Does
+ * nothing (apart from storing the GNSS acceleration in the first bank state)
+ * when the IMU and GNSS specific forces disagree or are implausible. */
+DRLIB_API void InitParelFilter(uint32_t newest_pos);
+/* IMU position of nav from the antenna position pos_e (ECEF, m) through the
+ * lever arm and nav->cbn; also the Earth-model fields that depend on it. */
+DRLIB_API void SetImuPosFromGnss(NavState *nav, const double *pos_e);
+/* IMU velocity of nav from the antenna velocity vel_e (ECEF, m/s) and the body
+ * rate w_ib (rad/s, body); needs the fields SetImuPosFromGnss writes. */
+DRLIB_API void SetImuVelFromGnss(NavState *nav, const double *vel_e, const double *w_ib);
+/* Once-per-second bank verdict: 0..17 the winning hypothesis, -1 not decided
+ * yet, -2 two separated clusters (the bank must restart). */
+DRLIB_API int32_t CheckParelFltConv(void);
+
+/* Once-per-second standstill gyro-bias estimator over the last 30 history
+ * entries; updates only outside the main state. */
+DRLIB_API void ZuptFltProc(void);
+/* Sorts the n values of x ascending in place and returns their median; for
+ * even n the middle value with the smaller RMS deviation (the upper on ties). */
+DRLIB_API double median_dat(double *x, int32_t n);
+/* RMS deviation of the n values of x about centre (divisor n). */
+DRLIB_API double std_dat(const double *x, int32_t n, double centre);
 /* END SECTION fusion-bank */
 
 /* ======================================================================= */
