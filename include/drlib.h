@@ -179,6 +179,117 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
 /* 2. Public interface (the Drlib family)                                   */
 /* ======================================================================= */
 /* BEGIN SECTION public-interface */
+
+/*
+ * Calling order:
+ *   DrlibInit                     once at start (again at any time to start afresh)
+ *   DrlibRegisterCB               after DrlibInit (initialisation clears the callback)
+ *   DrlibSetHwCfg, DrlibUpdateCfg whenever the pole or the configuration changes
+ *   DrlibUpdateFusion             once per 10 Hz GNSS epoch, records in time order
+ *   DrlibReset, DrlibCalibStart, DrlibVerInfo   at any time
+ *   DrlibDestroy                  at the end (may hand the learned gyro bias back)
+ * Every function may be called before DrlibInit; DrlibUpdateFusion then
+ * returns 1 and does nothing. A null pointer selects the documented default
+ * (it is never an error), except for the record of DrlibUpdateFusion.
+ * No function may be called from inside a callback.
+ */
+
+/*
+ * Tilt callback (see DrlibRegisterCB). Called once per accepted record, on
+ * the host's thread, inside DrlibUpdateFusion, after every state update of
+ * the epoch. `stat` points to a record that lives only for the duration of
+ * the call: copy what you need, keep no pointer to it, and do not call any
+ * Drlib function from inside. TiltStat field meanings are in section 1; the
+ * classes 1..3 come only from the main filter, class 0 means no tilt
+ * solution (tip_pos then is the antenna position, tip_std 1.5 m).
+ *
+ * Calibration callback (see DrlibCalibStart). Called inside
+ * DrlibUpdateFusion with (code, data, len); data is valid only during the call:
+ *   code 1, len 4:  data -> uint32_t progress, percent 0..99, each time it changes
+ *                   (it drops back to 0 when a rejected sample restarts the estimate);
+ *   code 0, len 24: data -> 3 doubles, the result: mounting roll, pitch (rad) and
+ *                   0.3 x the estimated heading (rad), each limited to +-1.08 deg;
+ *                   suitable as DrCfg.mount_rph;
+ *   code 2, len 0:  data null, the time limit passed before the estimate completed.
+ * The same rules hold as for the tilt callback: copy, do not call back.
+ */
+
+/* Initialises the library (again, if it was): loads cfg (null: the built-in
+ * defaults, no stored gyro bias, identity mounting), clears the callback and
+ * any pending reset request, empties the input history and the IMU ring and
+ * resets the fusion engine. The pole lever (DrlibSetHwCfg) is kept. The
+ * record is copied; the host keeps ownership. Returns 0. */
+DRLIB_API int32_t DrlibInit(const DrCfg *cfg);
+
+/* Marks the library uninitialised (DrlibUpdateFusion returns 1 from now on).
+ * If cfg is not null and cfg->bias_store_mode is 3, writes into
+ * cfg->gyro_bias_code the gyro bias to keep, in the offset encoding
+ * (1 + bx, 2 + by, 3 + bz, rad/s): the main filter's estimate if it is well
+ * learned, else the configured code, else zeros (which DrlibInit ignores).
+ * Nothing else of cfg is written. Passing that record to the next DrlibInit
+ * carries the bias over. Returns 0. */
+DRLIB_API int32_t DrlibDestroy(DrCfg *cfg);
+
+/* Registers the tilt callback; null removes it. Returns 0. */
+DRLIB_API uint32_t DrlibRegisterCB(DrlibTiltCallback cb);
+
+/* Requests an engine reset: the next DrlibUpdateFusion returns the engine
+ * to idle before it processes its record. The input history is kept, so the
+ * heading bank may restart at the next whole second. Returns 0. */
+DRLIB_API uint32_t DrlibReset(void);
+
+/* One fusion cycle with the epoch's input record (DrInput header followed by
+ * its nsamples ImuSample records, DRLIB_INPUT_SIZE(nsamples) bytes). The
+ * record is read during the call only. Returns 0 when the record was
+ * processed: the tilt callback, if registered, has been called exactly once.
+ * Returns 1 without a callback when the library is not initialised or rec
+ * is null (nothing is done then), or when the record is invalid, its IMU
+ * samples are badly spaced, it does not continue the previous record (sequence
+ * number + 1, 99..101 ms later) or its samples do not cover the epoch: the
+ * history and the IMU ring are then discarded and the engine reset, and the
+ * next record starts a new run. */
+DRLIB_API uint32_t DrlibUpdateFusion(const DrInput *rec);
+
+/* Accepted and ignored. */
+DRLIB_API void DrlibSetCoord(uint32_t coord);
+
+/* Writes the version text, "VelkarDrLib 4.4.06f71e.Nov 27 2020-16:39:54"
+ * (43 characters), into buf, cut to len - 1 characters and always
+ * terminated. Nothing is written for a null buf or len < 1. */
+DRLIB_API void DrlibVerInfo(char *buf, int32_t len);
+
+/* Starts the mounting calibration with the pole tip on a known point:
+ * ref_pos is that point (ECEF, m, 3 doubles, copied); target the number of
+ * updates to collect (raised to at least 1200; one update per accepted epoch
+ * with the main filter running and the tip deviations within 0.025 m and the
+ * tip within 0.06 m of the point on each axis; a rejected epoch restarts the
+ * count); cb the calibration callback (may be null: the calibration runs
+ * unreported). A time limit of target / 5 seconds of wall-clock time runs
+ * from this call (240 s at the minimum target). When the last update
+ * arrives after the time limit, the result is still reported (code 0), as
+ * the estimate is complete. With a null ref_pos, stops a running calibration
+ * without a callback. The result is not applied by the library: send it
+ * back as DrCfg.mount_rph through DrlibUpdateCfg. */
+DRLIB_API void DrlibCalibStart(const double *ref_pos, uint32_t target, DrlibCalibCallback cb);
+
+/* Accepted and ignored; returns 0. */
+DRLIB_API uint32_t DrlibUpdateDiffData(uint32_t a, uint32_t b, uint32_t c);
+
+/* Accepted and ignored; returns 0. */
+DRLIB_API uint32_t DrlibUpdateLogBin(uint32_t a, uint32_t b);
+
+/* Replaces the active configuration as DrlibInit loads it (null: defaults)
+ * and rebuilds the mounting rotation, without touching the callback, the
+ * history or the filters. Returns 0. */
+DRLIB_API int32_t DrlibUpdateCfg(const DrCfg *cfg);
+
+/* Sets the pole: v is the position of the GNSS antenna relative to the pole
+ * tip, IMU body axes, m (3 doubles): (0, 0, h) for an antenna h metres up the
+ * pole from the tip with the IMU's z axis along the pole towards the antenna.
+ * The library stores -v (the tip seen from the antenna) in HwCfg.lever. Null
+ * leaves it unchanged. Kept across DrlibInit; default v = (0, 0, 1.892).
+ * Returns 0. */
+DRLIB_API int32_t DrlibSetHwCfg(const double *v);
 /* END SECTION public-interface */
 
 /* ======================================================================= */

@@ -8,7 +8,7 @@
 
 namespace drlib {
 
-const DrCfg drcfg16470 = {
+constexpr DrCfg drcfg16470 = {
     0u,                                // reserved0
     4u,                                // bias_store_mode: keep the host's record untouched
     1.52587890625e-06,                 // reserved1
