@@ -173,7 +173,8 @@ TEST_F(BankStart, AtRestLevelsRollAndPitchAndSpreadsHeadings) {
     for (int k = 0; k < 9; ++k) EXPECT_NEAR(NavGp[0].cbn[k], shortest.m[k], 1e-12) << k;
 }
 
-TEST_F(BankStart, SeedsEveryFilterAsSixStatesWithVelocityAndAttitudeUncertainty) {
+// Level attitude also makes the lever's down component a pure height offset.
+TEST_F(BankStart, LevelStartSeedsSixStateFiltersAndRaisesTheImuByTheLever) {
     scene.cbn = body_to_nav(0.0, 0.0, 0.0);
     rest_force(&scene);
     start(scene);
@@ -191,6 +192,7 @@ TEST_F(BankStart, SeedsEveryFilterAsSixStatesWithVelocityAndAttitudeUncertainty)
         int nonzero = 0;
         for (double v : f.L) nonzero += v != 0.0;
         EXPECT_EQ(nonzero, 6) << "only the six diagonal entries";
+        EXPECT_NEAR(NavGp[i].llh[2], scene.h + 0.01432, 1e-8) << i;
     }
 }
 
@@ -208,13 +210,6 @@ TEST_F(BankStart, PositionIsTheAntennaDisplacedByTheTurnedLeverArm) {
         const Mat3 c_en_imu = nav_to_ecef(NavGp[i].llh[0], NavGp[i].llh[1]);
         for (int k = 0; k < 9; ++k) EXPECT_NEAR(NavGp[i].cne[k], c_en_imu.m[k], 1e-12);
     }
-}
-
-TEST_F(BankStart, LevelAttitudeRaisesTheImuByTheLeverDownComponent) {
-    scene.cbn = body_to_nav(0.0, 0.0, 0.0);
-    rest_force(&scene);
-    start(scene);
-    for (int i = 0; i < kBankSize; ++i) EXPECT_NEAR(NavGp[i].llh[2], scene.h + 0.01432, 1e-8) << i;
 }
 
 TEST_F(BankStart, VelocityCarriesTheAntennaVelocityThroughTheRotatingLever) {
@@ -392,21 +387,6 @@ TEST_F(BankStart, PlausibilityGateOnSpecificForce) {
         EXPECT_EQ(std::memcmp(nav_before, NavGp, sizeof NavGp), 0);
         EXPECT_EQ(std::memcmp(flt_before, FltGp, sizeof FltGp), 0);
     }
-}
-
-TEST_F(BankStart, HistoryWrapsAroundTheRing) {
-    scene.cbn = body_to_nav(0.02, 0.03, 0.5);
-    rest_force(&scene);
-    write_history(scene);
-    // Move the newest entry to ring slot 2, the older ones before it across the end.
-    FusionIn copy[kEntries];
-    std::memcpy(copy, g_FusionInBuf, sizeof copy);
-    std::memset(g_FusionInBuf, 0, sizeof g_FusionInBuf);
-    for (uint32_t k = 0; k < kEntries; ++k) g_FusionInBuf[(512u + 3u - kEntries + k) & 511u] = copy[k];
-    InitParelFilter(2u);
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
-    EXPECT_NEAR(NavGp[4].rph[0], 0.02, 1e-9);
-    EXPECT_NEAR(NavGp[4].rph[1], 0.03, 1e-9);
 }
 
 }  // namespace
