@@ -179,6 +179,117 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
 /* 2. Public interface (the Drlib family)                                   */
 /* ======================================================================= */
 /* BEGIN SECTION public-interface */
+
+/*
+ * Calling order:
+ *   DrlibInit                     once at start (again at any time to start afresh)
+ *   DrlibRegisterCB               after DrlibInit (initialisation clears the callback)
+ *   DrlibSetHwCfg, DrlibUpdateCfg whenever the pole or the configuration changes
+ *   DrlibUpdateFusion             once per 10 Hz GNSS epoch, records in time order
+ *   DrlibReset, DrlibCalibStart, DrlibVerInfo   at any time
+ *   DrlibDestroy                  at the end (may hand the learned gyro bias back)
+ * Every function may be called before DrlibInit; DrlibUpdateFusion then
+ * returns 1 and does nothing. A null pointer selects the documented default
+ * (it is never an error), except for the record of DrlibUpdateFusion.
+ * No function may be called from inside a callback.
+ */
+
+/*
+ * Tilt callback (see DrlibRegisterCB). Called once per accepted record, on
+ * the host's thread, inside DrlibUpdateFusion, after every state update of
+ * the epoch. `stat` points to a record that lives only for the duration of
+ * the call: copy what you need, keep no pointer to it, and do not call any
+ * Drlib function from inside. TiltStat field meanings are in section 1; the
+ * classes 1..3 come only from the main filter, class 0 means no tilt
+ * solution (tip_pos then is the antenna position, tip_std 1.5 m).
+ *
+ * Calibration callback (see DrlibCalibStart). Called inside
+ * DrlibUpdateFusion with (code, data, len); data is valid only during the call:
+ *   code 1, len 4:  data -> uint32_t progress, percent 0..99, each time it changes
+ *                   (it drops back to 0 when a rejected sample restarts the estimate);
+ *   code 0, len 24: data -> 3 doubles, the result: mounting roll, pitch (rad) and
+ *                   0.3 x the estimated heading (rad), each limited to +-1.08 deg;
+ *                   suitable as DrCfg.mount_rph;
+ *   code 2, len 0:  data null, the time limit passed before the estimate completed.
+ * The same rules hold as for the tilt callback: copy, do not call back.
+ */
+
+/* Initialises the library (again, if it was): loads cfg (null: the built-in
+ * defaults, no stored gyro bias, identity mounting), clears the callback and
+ * any pending reset request, empties the input history and the IMU ring and
+ * resets the fusion engine. The pole lever (DrlibSetHwCfg) is kept. The
+ * record is copied; the host keeps ownership. Returns 0. */
+DRLIB_API int32_t DrlibInit(const DrCfg *cfg);
+
+/* Marks the library uninitialised (DrlibUpdateFusion returns 1 from now on).
+ * If cfg is not null and cfg->bias_store_mode is 3, writes into
+ * cfg->gyro_bias_code the gyro bias to keep, in the offset encoding
+ * (1 + bx, 2 + by, 3 + bz, rad/s): the main filter's estimate if it is well
+ * learned, else the configured code, else zeros (which DrlibInit ignores).
+ * Nothing else of cfg is written. Passing that record to the next DrlibInit
+ * carries the bias over. Returns 0. */
+DRLIB_API int32_t DrlibDestroy(DrCfg *cfg);
+
+/* Registers the tilt callback; null removes it. Returns 0. */
+DRLIB_API uint32_t DrlibRegisterCB(DrlibTiltCallback cb);
+
+/* Requests an engine reset: the next DrlibUpdateFusion returns the engine
+ * to idle before it processes its record. The input history is kept, so the
+ * heading bank may restart at the next whole second. Returns 0. */
+DRLIB_API uint32_t DrlibReset(void);
+
+/* One fusion cycle with the epoch's input record (DrInput header followed by
+ * its nsamples ImuSample records, DRLIB_INPUT_SIZE(nsamples) bytes). The
+ * record is read during the call only. Returns 0 when the record was
+ * processed: the tilt callback, if registered, has been called exactly once.
+ * Returns 1 without a callback when the library is not initialised or rec
+ * is null (nothing is done then), or when the record is invalid, its IMU
+ * samples are badly spaced, it does not continue the previous record (sequence
+ * number + 1, 99..101 ms later) or its samples do not cover the epoch: the
+ * history and the IMU ring are then discarded and the engine reset, and the
+ * next record starts a new run. */
+DRLIB_API uint32_t DrlibUpdateFusion(const DrInput *rec);
+
+/* Accepted and ignored. */
+DRLIB_API void DrlibSetCoord(uint32_t coord);
+
+/* Writes the version text, "VelkarDrLib 4.4.06f71e.Nov 27 2020-16:39:54"
+ * (43 characters), into buf, cut to len - 1 characters and always
+ * terminated. Nothing is written for a null buf or len < 1. */
+DRLIB_API void DrlibVerInfo(char *buf, int32_t len);
+
+/* Starts the mounting calibration with the pole tip on a known point:
+ * ref_pos is that point (ECEF, m, 3 doubles, copied); target the number of
+ * updates to collect (raised to at least 1200; one update per accepted epoch
+ * with the main filter running and the tip deviations within 0.025 m and the
+ * tip within 0.06 m of the point on each axis; a rejected epoch restarts the
+ * count); cb the calibration callback (may be null: the calibration runs
+ * unreported). A time limit of target / 5 seconds of wall-clock time runs
+ * from this call (240 s at the minimum target). When the last update
+ * arrives after the time limit, the result is still reported (code 0), as
+ * the estimate is complete. With a null ref_pos, stops a running calibration
+ * without a callback. The result is not applied by the library: send it
+ * back as DrCfg.mount_rph through DrlibUpdateCfg. */
+DRLIB_API void DrlibCalibStart(const double *ref_pos, uint32_t target, DrlibCalibCallback cb);
+
+/* Accepted and ignored; returns 0. */
+DRLIB_API uint32_t DrlibUpdateDiffData(uint32_t a, uint32_t b, uint32_t c);
+
+/* Accepted and ignored; returns 0. */
+DRLIB_API uint32_t DrlibUpdateLogBin(uint32_t a, uint32_t b);
+
+/* Replaces the active configuration as DrlibInit loads it (null: defaults)
+ * and rebuilds the mounting rotation, without touching the callback, the
+ * history or the filters. Returns 0. */
+DRLIB_API int32_t DrlibUpdateCfg(const DrCfg *cfg);
+
+/* Sets the pole: v is the position of the GNSS antenna relative to the pole
+ * tip, IMU body axes, m (3 doubles): (0, 0, h) for an antenna h metres up the
+ * pole from the tip with the IMU's z axis along the pole towards the antenna.
+ * The library stores -v (the tip seen from the antenna) in HwCfg.lever. Null
+ * leaves it unchanged. Kept across DrlibInit; default v = (0, 0, 1.892).
+ * Returns 0. */
+DRLIB_API int32_t DrlibSetHwCfg(const double *v);
 /* END SECTION public-interface */
 
 /* ======================================================================= */
@@ -432,9 +543,94 @@ typedef struct CubFilter {
     double ref_pos[3];             /* known point, ECEF, m */
     double L[6];                   /* packed 3x3 covariance factor, rad */
 } CubFilter;
+/* The callback pointer is 4 bytes on 32-bit Arm and 8 on x86-64; on both the
+ * doubles that follow start at byte 32 (4 bytes of padding on Arm). */
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, running) == 4, CubFilter_running);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, count) == 8, CubFilter_count);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, target) == 12, CubFilter_target);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, last_percent) == 16, CubFilter_last_percent);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, start_time) == 20, CubFilter_start_time);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, callback) == 24, CubFilter_callback);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, dcm) == 32, CubFilter_dcm);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, rph) == 104, CubFilter_rph);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, ref_pos) == 128, CubFilter_ref_pos);
+DRLIB_STATIC_ASSERT(offsetof(CubFilter, L) == 152, CubFilter_L);
+DRLIB_STATIC_ASSERT(sizeof(CubFilter) == 200, CubFilter_size);
+
+/*
+ * Fusion engine: the driver, the tilt status and the mounting calibration.
+ * DrlibUpdateFusion runs them once per accepted record in this order:
+ * DrFusionProc, then ComposeTiltStat (which also steps the calibration).
+ * Exported for test harnesses and replay tools; a host needs none of them.
+ */
+
+/* Engine back to idle: the driver state, the standstill gyro-bias estimator
+ * and the mounting calibration (stopped without a callback). The filter
+ * records are left as they are; the next bank start rebuilds them. */
+DRLIB_API void DrFusionReset(void);
+/* One driver cycle on the newest history entry: standstill detection and
+ * bank start at whole seconds, the bank or the main filter through the
+ * epoch's ten 0.01 s steps and the GNSS update, promotion of a winner. */
+DRLIB_API void DrFusionProc(void);
+
+/* Fills out from the newest history entry and the engine state. hw is the
+ * stored pole lever (HwCfg.lever, m, body axes). In the main state a tip
+ * variance sum of 0.35^2 m^2 or more (or not a number) ends the main filter
+ * (the engine returns to idle). Steps the mounting calibration. */
+DRLIB_API void ComposeTiltStat(TiltStat *out, const double *hw);
+/* Tip variances north, east, down (m^2, three times H P H^T) of the lever
+ * vector lever_n (m, n frame) from the attitude block of flt's covariance. */
+DRLIB_API void CalcKFVarPole_n(double *var, const double *lever_n, const KfFilter *flt);
+
+/* Configured mounting rotation from roll, pitch, heading (rad); identity when
+ * angles is null or any |angle| >= 1.2 deg. angles is read during the call only. */
+DRLIB_API void config_cub(const double *angles);
+/* The mounting-calibration record (static storage of the library). */
+DRLIB_API CubFilter *get_cub_flt(void);
+/* One calibration step: pole_b the pole vector (m, body), ant_pos_e the
+ * antenna position (ECEF, m), tip_std the tip deviations (m) of the three
+ * misclosure components. Reports through the calibration callback. */
+DRLIB_API void CubFltProc(const double *pole_b, const double *ant_pos_e, const float *tip_std);
+/* Writes the gyro bias to keep into out (3 doubles) in the offset encoding
+ * 1 + bx, 2 + by, 3 + bz (rad/s): the main filter's if it is well learned,
+ * clamped to +-0.18 deg/s, else the configured code, else zeros. */
+DRLIB_API void bwxyz_store(double *out);
 /* END SECTION fusion-engine */
 
 /* BEGIN SECTION fusion-bank */
+
+/*
+ * Heading bank and standstill detector. The bank is 18 filters that share one
+ * levelled attitude, position and velocity and differ only in heading, 20
+ * degrees apart; the convergence test picks the hypothesis the GNSS updates
+ * have pulled the others onto. Exported for test harnesses and replay tools;
+ * a host needs none of them.
+ */
+
+/* Starts the bank from the history ending at position newest_pos: levels the
+ * attitude on the specific force, seeds all 18 states and filters from the
+ * newest GNSS solution and sets the driver to the converging state. Does
+ * nothing (apart from storing the GNSS acceleration in the first bank state)
+ * when the IMU and GNSS specific forces disagree or are implausible. */
+DRLIB_API void InitParelFilter(uint32_t newest_pos);
+/* IMU position of nav from the antenna position pos_e (ECEF, m) through the
+ * lever arm and nav->cbn; also the Earth-model fields that depend on it. */
+DRLIB_API void SetImuPosFromGnss(NavState *nav, const double *pos_e);
+/* IMU velocity of nav from the antenna velocity vel_e (ECEF, m/s) and the body
+ * rate w_ib (rad/s, body); needs the fields SetImuPosFromGnss writes. */
+DRLIB_API void SetImuVelFromGnss(NavState *nav, const double *vel_e, const double *w_ib);
+/* Once-per-second bank verdict: 0..17 the winning hypothesis, -1 not decided
+ * yet, -2 two separated clusters (the bank must restart). */
+DRLIB_API int32_t CheckParelFltConv(void);
+
+/* Once-per-second standstill gyro-bias estimator over the last 30 history
+ * entries; updates only outside the main state. */
+DRLIB_API void ZuptFltProc(void);
+/* Sorts the n values of x ascending in place and returns their median; for
+ * even n the middle value with the smaller RMS deviation (the upper on ties). */
+DRLIB_API double median_dat(double *x, int32_t n);
+/* RMS deviation of the n values of x about centre (divisor n). */
+DRLIB_API double std_dat(const double *x, int32_t n, double centre);
 /* END SECTION fusion-bank */
 
 /* ======================================================================= */
