@@ -196,7 +196,9 @@ void OnCalib(uint32_t code, const void *data, uint32_t len) {
     Note n{code, len, 0, {0, 0, 0}};
     if (code == 1) std::memcpy(&n.percent, data, sizeof n.percent);
     if (code == 0) std::memcpy(n.result, data, sizeof n.result);
-    if (code == 2) EXPECT_EQ(data, nullptr);
+    if (code == 2) {
+        EXPECT_EQ(data, nullptr);
+    }
     g_notes.push_back(n);
 }
 
