@@ -1,7 +1,7 @@
 // Resampling onto the 0.01 s grid and the fusion-input history ring.
 #include <gtest/gtest.h>
 #include <math.h>
-#include <stdint.h>
+#include <string.h>
 
 #include <random>
 
@@ -18,18 +18,12 @@ class Resampler : public ::testing::Test {
 protected:
     void SetUp() override {
         ResetImuRing();
-        ClearFusionInHistory();
         drcfg = drcfg16470;
-        drcfg.gyro_scale = 1.0;  // counts read back directly: deg and m/s per count
+        drcfg.gyro_scale = 1.0;  // counts read back directly
         drcfg.acc_scale = 1.0;
     }
     static void Stage(uint32_t time_us, int32_t count) {
-        ImuSample &s = ImuDataBuf[ImuDataWPos & IMU_DATA_INDEX_MASK];
-        s = ImuSample{};
-        s.time_us = time_us;
-        s.gyro[0] = s.acc[0] = count;
-        s.gyro[2] = s.acc[2] = -count;
-        ++ImuDataWPos;
+        ImuDataBuf[ImuDataWPos++ & IMU_DATA_INDEX_MASK] = ImuSample{0, time_us, {count, 0, 0}, {count, 0, -count}};
     }
     static FusionIn Resample(uint32_t tow_ms) {
         FusionIn e{};
@@ -39,9 +33,9 @@ protected:
     }
 };
 
-// Samples on the 10 ms grid, each carrying its own stamp in ms as count: a slot
-// must read the stamp of its own instant (between samples for a 1 ms offset).
-TEST_F(Resampler, GridSamplesLandOnTheirSlots) {
+// Samples on the 10 ms grid carrying their own stamp in ms: each slot must read
+// the time of its own instant, tow - 150 ms + (k - 1) * 10 ms.
+TEST_F(Resampler, SlotsStandAtTheirInstants) {
     const struct {
         uint32_t tow_ms, first_us, kept;
     } cases[] = {{1000, 5840000, 3}, {100, 7940000, 3}, {1001, 5840000, 2}};
@@ -51,8 +45,7 @@ TEST_F(Resampler, GridSamplesLandOnTheirSlots) {
             Stage(t, static_cast<int32_t>((t % 1000000u) / 1000u));
         const FusionIn e = Resample(c.tow_ms);
         EXPECT_EQ(e.header.nsamples, 10) << c.tow_ms;
-        for (int k = 1; k <= 10; ++k) {
-            // slot k at tow - 150 ms + (k - 1) * 10 ms, within the second
+        for (uint32_t k = 1; k <= 10; ++k) {
             const double want_ms = double((c.tow_ms + 1850u + 10u * (k - 1u)) % 1000u);
             EXPECT_NEAR(e.dvel[k][0], want_ms, 1e-9) << c.tow_ms << " slot " << k;
             EXPECT_NEAR(e.dvel[k][2], -want_ms, 1e-9);
@@ -66,7 +59,7 @@ TEST_F(Resampler, GridSamplesLandOnTheirSlots) {
 
 TEST_F(Resampler, InterpolationWeightsAndSkippedSlots) {
     Stage(840000, 600);
-    Stage(852000, 1200);  // target 850000: weights 2/12 on the first, 10/12 on the second
+    Stage(852000, 1200);  // target 850000: weight 2/12 on the first, 10/12 on the second
     FusionIn e{};
     e.header.tow_ms = 1000;
     e.dvel[2][0] = 77.0;
@@ -74,92 +67,75 @@ TEST_F(Resampler, InterpolationWeightsAndSkippedSlots) {
     EXPECT_EQ(e.header.nsamples, 1);
     EXPECT_NEAR(e.dvel[1][0], 600.0 * 2.0 / 12.0 + 1200.0 * 10.0 / 12.0, 1e-9);
     EXPECT_EQ(e.dvel[2][0], 77.0);  // unfilled slots keep their old values
-    EXPECT_EQ(ImuDataWPos - ImuDataRPos, 1u);
 
-    // The newest staged sample exactly on a target still serves it.
-    SetUp();
+    SetUp();  // the newest staged sample exactly on a target still serves it
     Stage(840000, 5);
     Stage(850000, 9);
-    const FusionIn last = Resample(1000);
-    EXPECT_EQ(last.header.nsamples, 1);
-    EXPECT_EQ(last.dvel[1][0], 9.0);
+    EXPECT_EQ(Resample(1000).dvel[1][0], 9.0);
 
-    // Samples starting after the first targets: those slots are skipped, the rest filled.
-    SetUp();
+    SetUp();  // samples that start after the first two targets
     for (uint32_t t = 875000; t < 960000u; t += 10000u) Stage(t, 1);
     EXPECT_EQ(Resample(1000).header.nsamples, 7);
 }
 
-// A smooth rate profile sampled at 100 Hz with jittered stamps: every slot must
-// match the profile at its instant to within the linear-interpolation error
-// max|f''| h^2 / 8 plus the rounding to integer counts.
+// A smooth rate profile sampled at 100 Hz with jittered stamps, staged record by
+// record: every slot must match the profile at its instant within the linear-
+// interpolation error max|f''| h^2 / 8 plus the rounding to integer counts.
 TEST_F(Resampler, JitteredSamplesFollowASmoothProfile) {
     const double amp = 1.0e6, offset = 2.0e5, omega = 2.0 * M_PI * 0.7;  // counts, rad/s
     auto profile = [&](double t_s) { return offset + amp * sin(omega * t_s); };
-    const double h_max = 0.016;  // 10 ms nominal spacing, up to 6 ms stretched by jitter
+    const double h_max = 0.016;  // 10 ms nominal spacing stretched by up to 2 x 3 ms of jitter
     const double bound = amp * omega * omega * h_max * h_max / 8.0 + 0.5;
-
     std::mt19937 rng(20240611u);
     std::uniform_int_distribution<int> jitter_us(-3000, 3000);
-    const uint32_t tow0_ms = 100300;  // runs across several whole seconds
-    uint32_t checked = 0;
+    ClearFusionInHistory();
     for (uint32_t n = 0; n < 60; ++n) {
-        const uint32_t tow_ms = tow0_ms + 100u * n;
-        DrInput h{};
-        h.nsamples = 10;
-        ImuSample s[10];
+        const uint32_t tow_ms = 100300u + 100u * n;  // runs across several whole seconds
+        struct {
+            DrInput h;
+            ImuSample s[10];
+        } rec{};
+        rec.h.nsamples = 10;
         for (uint32_t i = 0; i < 10; ++i) {
             const int64_t t_us = int64_t(tow_ms) * 1000 - 95000 + 10000 * int64_t(i) + jitter_us(rng);
-            s[i] = ImuSample{};
-            s[i].time_us = static_cast<uint32_t>(t_us);
-            s[i].gyro[1] = s[i].acc[1] = static_cast<int32_t>(lround(profile(double(t_us) * 1e-6)));
+            const auto count = static_cast<int32_t>(lround(profile(double(t_us) * 1e-6)));
+            rec.s[i] = ImuSample{0, static_cast<uint32_t>(t_us), {0, count, 0}, {0, count, 0}};
         }
-        alignas(8) unsigned char rec[DRLIB_INPUT_SIZE(10)];
-        memcpy(rec, &h, sizeof h);
-        memcpy(rec + sizeof h, s, sizeof s);
-        ASSERT_EQ(InputImuDataToBuf(reinterpret_cast<const DrInput *>(rec)), 1) << n;
+        ASSERT_EQ(InputImuDataToBuf(&rec.h), 1) << n;
         g_FusionInNum = 1;
-        ASSERT_LT(ImuDataWPos - ImuDataRPos, IMU_DATA_BUF_LEN - 12u);
-
         const FusionIn e = Resample(tow_ms);
-        if (n < 1) continue;  // the first record starts after its early slots
+        ASSERT_LT(ImuDataWPos - ImuDataRPos, IMU_DATA_BUF_LEN - 12u);  // the ring drains
+        if (n == 0) continue;  // the first record starts after its early slots
         ASSERT_EQ(e.header.nsamples, 10) << n;
         for (int k = 1; k <= 10; ++k) {
-            const double t_s = (double(tow_ms) - 150.0 + 10.0 * (k - 1)) * 1e-3;
-            EXPECT_NEAR(e.dvel[k][1], profile(t_s), bound) << "epoch " << n << " slot " << k;
-            EXPECT_NEAR(e.dtheta[k][1], profile(t_s) * kDegToRad, bound * kDegToRad);
-            ++checked;
+            const double truth = profile((double(tow_ms) - 150.0 + 10.0 * (k - 1)) * 1e-3);
+            EXPECT_NEAR(e.dvel[k][1], truth, bound) << "epoch " << n << " slot " << k;
+            EXPECT_NEAR(e.dtheta[k][1], truth * kDegToRad, bound * kDegToRad);
         }
     }
-    EXPECT_EQ(checked, 590u);
+    ClearFusionInHistory();
 }
 
-TEST(FusionHistory, IndexWrapsBothWays) {
+TEST(FusionHistory, IndexWrapsAndSecondAlignment) {
     EXPECT_EQ(&GET_FUSION_IN(0, -1), &g_FusionInBuf[511]);
     EXPECT_EQ(&GET_FUSION_IN(511, 1), &g_FusionInBuf[0]);
-    EXPECT_EQ(&GET_FUSION_IN(0xFFFFFFFFu, 0), &g_FusionInBuf[511]);
     EXPECT_EQ(&GET_FUSION_IN(3u, ~0u), &g_FusionInBuf[2]);
     const uint32_t k = 5;
     EXPECT_EQ(&GET_FUSION_IN(1030u, -k), &g_FusionInBuf[1]);
+    for (uint32_t t : {0u, 4999u, 5000u, 5001u}) EXPECT_EQ(IS_SECOND_ALIGNED(t), 1u) << t;
+    for (uint32_t t : {4998u, 5002u, 5100u}) EXPECT_EQ(IS_SECOND_ALIGNED(t), 0u) << t;
 }
 
-TEST(FusionHistory, SecondAlignment) {
-    for (uint32_t t : {0u, 4999u, 5000u, 5001u, 604800000u}) EXPECT_EQ(IS_SECOND_ALIGNED(t), 1u) << t;
-    for (uint32_t t : {4998u, 5002u, 5100u, 5900u}) EXPECT_EQ(IS_SECOND_ALIGNED(t), 0u) << t;
-}
-
+// The counting the update cycle does per record.
 TEST(FusionHistory, RunCountSaturatesAndBreaksRestart) {
     ClearFusionInHistory();
     for (uint32_t i = 0; i < 600; ++i) CommitFusionIn();
     EXPECT_EQ(g_FusionInNum, 512u);
     EXPECT_EQ(g_FusionInPos, 600u);
-    EXPECT_EQ(GET_FUSION_IN(g_FusionInPos - 1u, 0).pos_index, 599u);
     EXPECT_EQ(GET_FUSION_IN(g_FusionInPos - 1u, -511).pos_index, 88u);
-
     BreakFusionIn();
     EXPECT_EQ(g_FusionInNum, 0u);
     EXPECT_EQ(g_FusionInPos, 601u);
-
     g_FusionInPos = 0xFFFFFFFFu;
     CommitFusionIn();
     EXPECT_EQ(g_FusionInPos, 0u);

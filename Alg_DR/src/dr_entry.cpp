@@ -20,7 +20,7 @@ constexpr DrCfg drcfg16470 = {
 };
 
 DrCfg drcfg = drcfg16470;
-HwCfg hwcfg = {{0.0, 0.0, -1.892}};    // a 1.892 m pole below the antenna
+HwCfg hwcfg = {{0.0, 0.0, -1.892}};    // m: a host lever of (0, 0, 1.892), stored negated
 
 ImuSample ImuDataBuf[IMU_DATA_BUF_LEN];
 uint32_t ImuDataWPos;
