@@ -166,21 +166,6 @@ TEST(TiltStatus, PoleVarianceIsThreeTimesTheRotatedAttitudeCovariance) {
     }
 }
 
-TEST(TiltStatus, NoSolutionFormOutsideTheMainState) {
-    const double att[3] = {0.001, 0.001, 0.001};
-    SetMainState(att);
-    s_FltState = FLT_STATE_CONV;
-    const double lever[3] = {0.0, 0.0, -1.892};
-    TiltStat st;
-    ComposeTiltStat(&st, lever);
-    EXPECT_EQ(st.status, 0);
-    EXPECT_EQ(st.att[0], 0.0);
-    EXPECT_EQ(st.tip_pos[0], 10.0);  // the newest antenna position, not interpolated
-    EXPECT_EQ(st.tip_std[1], 1.5f);
-    EXPECT_EQ(st.tip_std_total[2], 0.03f);
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
-}
-
 // ---------------------------------------------------------------------------
 // Mounting calibration
 
@@ -346,36 +331,6 @@ TEST_F(Calibration, LastUpdateAfterTheTimeLimitStillReportsTheResult) {
     ASSERT_EQ(g_notes.size(), 1u);
     EXPECT_EQ(g_notes[0].code, 0u);
     EXPECT_NEAR(g_notes[0].result[0], 0.002, 2e-5);
-}
-
-TEST_F(Calibration, StopAndEngineResetEndItSilently) {
-    double mount[9];
-    Rotation(mount, 0.0, 0.0, 0.0);
-    const double pole[3] = {0.0, 0.0, -1.0};
-    Steps(30, pole, mount);
-    const size_t notes = g_notes.size();
-    DrlibCalibStart(nullptr, 0, OnCalib);
-    Steps(1200, pole, mount);
-    EXPECT_EQ(g_notes.size(), notes);
-    EXPECT_EQ(FltCub.enabled, 0u);
-
-    DrlibCalibStart(kRef, 1200, OnCalib);
-    Steps(30, pole, mount);
-    DrFusionReset();
-    const size_t notes2 = g_notes.size();
-    Steps(1200, pole, mount);
-    EXPECT_EQ(g_notes.size(), notes2);
-}
-
-TEST_F(Calibration, WithoutCallbackItRunsAndEndsTheSameWay) {
-    DrlibCalibStart(kRef, 1200, nullptr);
-    double mount[9];
-    Rotation(mount, 0.0, 0.0, 0.0);
-    const double pole[3] = {0.0, 0.0, -1.0};
-    Steps(1199, pole, mount);
-    EXPECT_TRUE(g_notes.empty());
-    EXPECT_EQ(FltCub.running, 0u);
-    EXPECT_EQ(FltCub.enabled, 1u);
 }
 
 // ---------------------------------------------------------------------------
