@@ -1,0 +1,159 @@
+// Error-state time update of the square-root filter.
+//
+// The covariance is never formed: P+ = Phi P Phi^T + G G^T is obtained as the
+// LQ factor of the compound matrix [Phi L | G], which keeps P+ symmetric and
+// positive semidefinite by construction.
+#include <math.h>
+
+#include "drlib.h"
+#include "kf_dims.h"
+
+namespace {
+
+using drlib::kKfAccBias;
+using drlib::kKfAccBiasStates;
+using drlib::kKfAtt;
+using drlib::kKfGyroBias;
+using drlib::kKfGyroBiasStates;
+using drlib::kKfMaxStates;
+using drlib::kKfVel;
+
+// Motion-proportional noise: a fraction of each closing increment, because
+// scale-factor and misalignment errors grow with what the sensor sees.
+constexpr double kVelNoisePerIncrement = 0.01;     // of |dv|
+constexpr double kAngleNoisePerIncrement = 0.008;  // of |dtheta|
+constexpr double kAccBiasWalk = 5e-5;              // m/s^2 per second of step
+constexpr double kGyroBiasWalk = 4.84813681109536e-06;  // one arcsecond, rad/s per second
+
+// Velocity random walk, m/s per second: the six-state bank carries no bias
+// states, so its velocity noise also has to absorb the unmodelled bias.
+double velocity_noise_rate(int32_t n) { return n > 6 ? 0.01 : 0.05; }
+
+// Angle random walk, rad per second, smaller the more of the gyro error the
+// filter models itself.
+double angle_noise_rate(int32_t n) {
+    if (n <= 6) return 0.006;
+    if (n <= 9) return 0.004;
+    return 0.001;
+}
+
+// Writes I3 - [w x] into the 3x3 block of phi (row stride n) at (row0, row0).
+void set_rotation_block(double *phi, int32_t n, int32_t row0, const double *w) {
+    double *b = phi + row0 * n + row0;
+    b[0] = 1.0;
+    b[1] = w[2];
+    b[2] = -w[1];
+    b[n + 0] = -w[2];
+    b[n + 1] = 1.0;
+    b[n + 2] = w[0];
+    b[2 * n + 0] = w[1];
+    b[2 * n + 1] = -w[0];
+    b[2 * n + 2] = 1.0;
+}
+
+// Writes scale * m (3x3, row-major) into the block of phi at (row0, col0).
+void set_scaled_block(double *phi, int32_t n, int32_t row0, int32_t col0, const double *m,
+                      double scale) {
+    for (int32_t r = 0; r < 3; ++r) {
+        for (int32_t c = 0; c < 3; ++c) phi[(row0 + r) * n + col0 + c] = m[3 * r + c] * scale;
+    }
+}
+
+void set_unit_diagonal(double *phi, int32_t n, int32_t first) {
+    for (int32_t k = first; k < first + 3; ++k) phi[k * n + k] = 1.0;
+}
+
+// Writes cbn diag(q) into the noise half of the compound matrix (row stride
+// 2n, noise column j at n + j) for the 3x3 block at (row0, row0).
+void set_noise_block(double *ext, int32_t n, int32_t row0, const double *cbn, const double *q) {
+    const int32_t stride = 2 * n;
+    for (int32_t r = 0; r < 3; ++r) {
+        for (int32_t c = 0; c < 3; ++c) {
+            ext[(row0 + r) * stride + n + row0 + c] = cbn[3 * r + c] * q[c];
+        }
+    }
+}
+
+void set_noise_diagonal(double *ext, int32_t n, int32_t first, double value) {
+    const int32_t stride = 2 * n;
+    for (int32_t k = first; k < first + 3; ++k) ext[k * stride + n + k] = value;
+}
+
+}  // namespace
+
+extern "C" {
+
+DRLIB_API void KFCalcPsiMatrix(double *phi, const NavState *nav, int32_t n, double dt) {
+    F64ToZeros(phi, static_cast<uint32_t>(n * n) * 8u);
+
+    // Velocity error turns with the Coriolis rate and picks up attitude error
+    // through the specific force; attitude error turns with the n-frame rate.
+    double w_cor[3];  // rad over the step
+    double w_in[3];   // rad over the step
+    double f[3];      // m/s over the step
+    for (int k = 0; k < 3; ++k) {
+        w_cor[k] = (2.0 * nav->wie_n[k] + nav->wen_n[k]) * dt;
+        w_in[k] = (nav->wie_n[k] + nav->wen_n[k]) * dt;
+        f[k] = nav->f_n[k] * dt;
+    }
+    set_rotation_block(phi, n, kKfVel, w_cor);
+
+    double *va = phi + kKfVel * n + kKfAtt;  // velocity rows, attitude columns: [f x]
+    va[1] = -f[2];
+    va[2] = f[1];
+    va[n + 0] = f[2];
+    va[n + 2] = -f[0];
+    va[2 * n + 0] = -f[1];
+    va[2 * n + 1] = f[0];
+
+    set_rotation_block(phi, n, kKfAtt, w_in);
+
+    if (n > kKfAccBiasStates) {
+        set_scaled_block(phi, n, kKfVel, kKfAccBias, nav->cbn, dt);
+        set_unit_diagonal(phi, n, kKfAccBias);
+    }
+    if (n > kKfGyroBiasStates) {
+        set_scaled_block(phi, n, kKfAtt, kKfGyroBias, nav->cbn, -dt);
+        set_unit_diagonal(phi, n, kKfGyroBias);
+    }
+}
+
+DRLIB_API void KFInflatePMatrix(KfFilter *flt, const NavState *nav, const double *dtheta,
+                                const double *dvel, double dt) {
+    const int32_t n = flt->state_dim;
+    const double s_a = velocity_noise_rate(n);  // m/s per second
+    const double s_g = angle_noise_rate(n);     // rad per second
+
+    // Only the sample that closes the step scales the noise.
+    const double *dv_close = dvel + 3;      // m/s
+    const double *dth_close = dtheta + 3;   // rad
+    double q_a[3];  // m/s
+    double q_g[3];  // rad
+    for (int k = 0; k < 3; ++k) {
+        q_a[k] = s_a * dt + kVelNoisePerIncrement * fabs(dv_close[k]);
+        q_g[k] = s_g * dt + kAngleNoisePerIncrement * fabs(dth_close[k]);
+    }
+
+    double ext[kKfMaxStates * 2 * kKfMaxStates];
+    double phi[kKfMaxStates * kKfMaxStates];
+    double work[2 * kKfMaxStates];
+    F64ToZeros(ext, static_cast<uint32_t>(n * 2 * n) * 8u);
+    KFCalcPsiMatrix(phi, nav, n, dt);
+    CalcAL2EM(ext, phi, flt->L, n);
+
+    // White noise enters in body axes, so its factor is rotated into n.
+    set_noise_block(ext, n, kKfVel, nav->cbn, q_a);
+    set_noise_block(ext, n, kKfAtt, nav->cbn, q_g);
+    if (n > kKfAccBiasStates) set_noise_diagonal(ext, n, kKfAccBias, kAccBiasWalk * dt);
+    if (n > kKfGyroBiasStates) set_noise_diagonal(ext, n, kKfGyroBias, kGyroBiasWalk * dt);
+
+    lq_decompose(flt->L, ext, n, 2 * n, work);
+}
+
+DRLIB_API void ImuSampCorr(double *out, const double *in, const double *bias, int32_t count) {
+    for (int32_t i = 0; i < count; ++i) {
+        for (int32_t k = 0; k < 3; ++k) out[3 * i + k] = in[3 * i + k] - bias[k];
+    }
+}
+
+}  // extern "C"
