@@ -1,11 +1,9 @@
-// Dense reference arithmetic for the packed-matrix tests: plain row-major
-// matrices in std::vector, expanded from and compared with packed storage.
+// Dense reference arithmetic for the packed-matrix tests.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
 #include <random>
 #include <vector>
 
@@ -13,110 +11,74 @@
 
 namespace mtest {
 
-using Mat = std::vector<double>;  // row-major, dimensions carried by the caller
+using Mat = std::vector<double>;  // row-major; dimensions travel with the caller
 
-inline int32_t tri(int32_t n) { return n * (n + 1) / 2; }
+inline int tri(int n) { return n * (n + 1) / 2; }
 
-inline Mat random_dense(std::mt19937 &rng, int32_t rows, int32_t cols) {
+inline Mat random_dense(std::mt19937 &rng, int rows, int cols) {
     std::uniform_real_distribution<double> u(-1.0, 1.0);
-    Mat m(static_cast<size_t>(rows * cols));
+    Mat m(rows * cols);
     for (double &x : m) x = u(rng);
     return m;
 }
 
-// Packed lower triangle with diagonal magnitudes in [1, 2] and random signs:
-// well conditioned, and the negative diagonals of the LQ sign rule occur.
-inline Mat random_factor(std::mt19937 &rng, int32_t n) {
-    std::uniform_real_distribution<double> u(-1.0, 1.0);
-    Mat L(static_cast<size_t>(tri(n)));
-    for (int32_t i = 0; i < n; ++i) {
-        for (int32_t j = 0; j < i; ++j) L[static_cast<size_t>(tri(i) + j)] = 0.5 * u(rng);
-        const double d = 1.5 + 0.5 * u(rng);
-        L[static_cast<size_t>(tri(i) + i)] = u(rng) < 0.0 ? -d : d;
-    }
+// Packed factor with diagonal magnitudes in [1, 2] and random signs.
+inline Mat random_factor(std::mt19937 &rng, int n) {
+    Mat L = random_dense(rng, 1, tri(n));
+    for (int i = 0; i < n; ++i) L[tri(i) + i] = L[tri(i) + i] < 0 ? L[tri(i) + i] - 1.0 : L[tri(i) + i] + 1.0;
     return L;
 }
 
-// Dense n x n from a packed triangle (zeros above) or a packed symmetric matrix.
-inline Mat unpack_lower(const Mat &P, int32_t n) {
-    Mat D(static_cast<size_t>(n * n), 0.0);
-    for (int32_t i = 0; i < n; ++i)
-        for (int32_t j = 0; j <= i; ++j) D[static_cast<size_t>(i * n + j)] = P[static_cast<size_t>(tri(i) + j)];
+inline Mat unpack(const Mat &P, int n, bool symmetric) {
+    Mat D(n * n, 0.0);
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j <= i; ++j) D[i * n + j] = P[tri(i) + j];
+    if (symmetric)
+        for (int i = 0; i < n; ++i)
+            for (int j = i + 1; j < n; ++j) D[i * n + j] = D[j * n + i];
     return D;
 }
+inline Mat unpack_lower(const Mat &P, int n) { return unpack(P, n, false); }
+inline Mat unpack_sym(const Mat &P, int n) { return unpack(P, n, true); }
 
-inline Mat unpack_sym(const Mat &P, int32_t n) {
-    Mat D = unpack_lower(P, n);
-    for (int32_t i = 0; i < n; ++i)
-        for (int32_t j = i + 1; j < n; ++j) D[static_cast<size_t>(i * n + j)] = D[static_cast<size_t>(j * n + i)];
-    return D;
-}
-
-inline Mat pack_lower(const Mat &D, int32_t n) {
-    Mat P(static_cast<size_t>(tri(n)));
-    for (int32_t i = 0; i < n; ++i)
-        for (int32_t j = 0; j <= i; ++j) P[static_cast<size_t>(tri(i) + j)] = D[static_cast<size_t>(i * n + j)];
+inline Mat pack_lower(const Mat &D, int n) {
+    Mat P(tri(n));
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j <= i; ++j) P[tri(i) + j] = D[i * n + j];
     return P;
 }
 
-inline Mat mul(const Mat &A, const Mat &B, int32_t m, int32_t n, int32_t p) {
-    Mat C(static_cast<size_t>(m * p), 0.0);
-    for (int32_t i = 0; i < m; ++i)
-        for (int32_t j = 0; j < p; ++j) {
-            double s = 0.0;
-            for (int32_t k = 0; k < n; ++k) s += A[static_cast<size_t>(i * n + k)] * B[static_cast<size_t>(k * p + j)];
-            C[static_cast<size_t>(i * p + j)] = s;
-        }
+inline Mat mul(const Mat &A, const Mat &B, int m, int n, int p) {
+    Mat C(m * p, 0.0);
+    for (int i = 0; i < m; ++i)
+        for (int j = 0; j < p; ++j)
+            for (int k = 0; k < n; ++k) C[i * p + j] += A[i * n + k] * B[k * p + j];
     return C;
 }
 
-inline Mat transpose(const Mat &A, int32_t rows, int32_t cols) {
-    Mat T(static_cast<size_t>(rows * cols));
-    for (int32_t i = 0; i < rows; ++i)
-        for (int32_t j = 0; j < cols; ++j) T[static_cast<size_t>(j * rows + i)] = A[static_cast<size_t>(i * cols + j)];
+inline Mat transpose(const Mat &A, int rows, int cols) {
+    Mat T(rows * cols);
+    for (int i = 0; i < rows; ++i)
+        for (int j = 0; j < cols; ++j) T[j * rows + i] = A[i * cols + j];
     return T;
 }
 
-inline Mat identity(int32_t n) {
-    Mat I(static_cast<size_t>(n * n), 0.0);
-    for (int32_t i = 0; i < n; ++i) I[static_cast<size_t>(i * n + i)] = 1.0;
-    return I;
+inline Mat diag(const Mat &d) {
+    const int n = static_cast<int>(d.size());
+    Mat D(n * n, 0.0);
+    for (int i = 0; i < n; ++i) D[i * n + i] = d[i];
+    return D;
 }
+inline Mat identity(int n) { return diag(Mat(n, 1.0)); }
 
-// Gauss-Jordan inverse with partial pivoting (reference only).
-inline Mat inverse(Mat A, int32_t n) {
-    Mat X = identity(n);
-    for (int32_t c = 0; c < n; ++c) {
-        int32_t piv = c;
-        for (int32_t r = c + 1; r < n; ++r)
-            if (std::fabs(A[static_cast<size_t>(r * n + c)]) > std::fabs(A[static_cast<size_t>(piv * n + c)])) piv = r;
-        for (int32_t j = 0; j < n; ++j) {
-            std::swap(A[static_cast<size_t>(c * n + j)], A[static_cast<size_t>(piv * n + j)]);
-            std::swap(X[static_cast<size_t>(c * n + j)], X[static_cast<size_t>(piv * n + j)]);
-        }
-        const double d = A[static_cast<size_t>(c * n + c)];
-        for (int32_t j = 0; j < n; ++j) {
-            A[static_cast<size_t>(c * n + j)] /= d;
-            X[static_cast<size_t>(c * n + j)] /= d;
-        }
-        for (int32_t r = 0; r < n; ++r) {
-            if (r == c) continue;
-            const double f = A[static_cast<size_t>(r * n + c)];
-            for (int32_t j = 0; j < n; ++j) {
-                A[static_cast<size_t>(r * n + j)] -= f * A[static_cast<size_t>(c * n + j)];
-                X[static_cast<size_t>(r * n + j)] -= f * X[static_cast<size_t>(c * n + j)];
-            }
-        }
-    }
-    return X;
-}
+// A A^T of a dense rows x cols matrix.
+inline Mat gram(const Mat &A, int rows, int cols) { return mul(A, transpose(A, rows, cols), rows, cols, rows); }
 
 inline ::testing::AssertionResult all_near(const Mat &got, const Mat &want, double tol) {
-    if (got.size() != want.size()) return ::testing::AssertionFailure() << "size " << got.size() << " vs " << want.size();
-    for (size_t i = 0; i < got.size(); ++i) {
+    if (got.size() != want.size()) return ::testing::AssertionFailure() << "size " << got.size();
+    for (size_t i = 0; i < got.size(); ++i)
         if (!(std::fabs(got[i] - want[i]) <= tol))
             return ::testing::AssertionFailure() << "element " << i << ": " << got[i] << " vs " << want[i];
-    }
     return ::testing::AssertionSuccess();
 }
 

@@ -149,7 +149,6 @@ DRLIB_API void LDLTDecompose(double *U, const double *S, int32_t n) {
 }
 
 DRLIB_API void LTDLMultiply(double *out, const double *X, int32_t n) {
-    if (n <= 0) return;
     for (int32_t i = 0; i < gk_L_start[n]; ++i) out[i] = X[i];
     for (int32_t k = n - 1; k >= 1; --k) {
         const double *X_row = X + gk_L_start[k];

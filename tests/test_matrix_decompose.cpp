@@ -1,0 +1,89 @@
+// Symmetric decompositions checked by rebuilding or inverting the input.
+#include <algorithm>
+
+#include "matrix_test_util.h"
+
+using namespace mtest;
+
+namespace {
+
+Mat random_spd(std::mt19937 &rng, int n) {  // B B^T + I, packed
+    Mat S = gram(random_dense(rng, n, n), n, n);
+    for (int i = 0; i < n; ++i) S[i * n + i] += 1.0;
+    return pack_lower(S, n);
+}
+
+}  // namespace
+
+TEST(InvS, InvertsSymmetricMatricesThroughLdlt) {
+    double U[3], S2[3] = {4.0, 2.0, 3.0};
+    LDLTDecompose(U, S2, 2);  // D = (4, 2), L(1, 0) = 0.5 stored times D(0)
+    EXPECT_TRUE(all_near(Mat(U, U + 3), {4.0, 2.0, 2.0}, 0.0));
+
+    std::mt19937 rng(61);
+    for (int n = 1; n <= 12; ++n) {
+        const Mat S = random_spd(rng, n);
+        Mat work = S, out(S.size());
+        InvS(out.data(), work.data(), n);
+        EXPECT_TRUE(all_near(mul(unpack_sym(S, n), unpack_sym(out, n), n, n, n), identity(n), 1e-12)) << n;
+    }
+    Mat D = {2.0, 0.0, -4.0, 0.0, 0.0, 8.0}, out(6);
+    InvS(out.data(), D.data(), 3);
+    EXPECT_TRUE(all_near(out, {0.5, 0.0, -0.25, 0.0, 0.0, 0.125}, 0.0));
+    EXPECT_TRUE(all_near(D, out, 0.0));  // the input ends as D^-1 L^-1
+}
+
+TEST(LtdlDecomposePivot, RebuildsPermutedMatrix) {
+    std::mt19937 rng(62);
+    for (int n = 1; n <= 12; ++n) {
+        const Mat S = random_spd(rng, n), Sd = unpack_sym(S, n);
+        Mat F = S, d(n);
+        std::vector<int32_t> perm(n);
+        ltdl_decompose_pivot(F.data(), d.data(), perm.data(), n);
+        std::vector<int32_t> sorted = perm;
+        std::sort(sorted.begin(), sorted.end());
+        for (int i = 0; i < n; ++i) ASSERT_EQ(sorted[i], i) << "not a permutation";
+        const Mat Ld = unpack_lower(F, n), rebuilt = mul(transpose(Ld, n, n), mul(diag(d), Ld, n, n, n), n, n, n);
+        for (int i = 0; i < n; ++i) {
+            EXPECT_EQ(Ld[i * n + i], 1.0);
+            for (int j = 0; j < n; ++j) EXPECT_NEAR(rebuilt[i * n + j], Sd[perm[i] * n + perm[j]], 1e-12) << n;
+        }
+    }
+    double S[6] = {3.0, 0.0, 1.0, 0.0, 0.0, 2.0}, d[3];  // diag(3, 1, 2): 1 goes last
+    int32_t perm[3];
+    ltdl_decompose_pivot(S, d, perm, 3);
+    EXPECT_EQ(std::vector<int32_t>(perm, perm + 3), (std::vector<int32_t>{0, 2, 1}));
+    EXPECT_TRUE(all_near(Mat(d, d + 3), {3.0, 2.0, 1.0}, 0.0));
+    EXPECT_TRUE(all_near(Mat(S, S + 6), {1.0, 0.0, 1.0, 0.0, 0.0, 1.0}, 0.0));
+}
+
+TEST(EigDecomposeJacobi, RebuildsRandomSymmetricMatrices) {
+    std::mt19937 rng(63);
+    for (int n : {2, 3, 4, 5, 6, 7, 12, 30}) {
+        const Mat S = random_dense(rng, 1, tri(n));
+        Mat work = S, work2 = S, e(n), e2(n), E(n * n);
+        eig_decompose_jacobi(e.data(), E.data(), work.data(), n);
+        EXPECT_TRUE(all_near(mul(E, mul(diag(e), transpose(E, n, n), n, n, n), n, n, n), unpack_sym(S, n), 1e-12));
+        EXPECT_TRUE(all_near(mul(transpose(E, n, n), E, n, n, n), identity(n), 1e-12)) << n;
+        eig_decompose_jacobi(e2.data(), nullptr, work2.data(), n);  // same rotations without vectors
+        EXPECT_EQ(e2, e) << n;
+    }
+}
+
+TEST(EigDecomposeJacobi, SmallAndDiagonalCases) {
+    double S[3] = {2.0, 0.5, 2.0}, e[3], E[9];  // [[a, b], [b, a]]: e = (a - b, a + b)
+    eig_decompose_jacobi(e, E, S, 2);
+    const double h = 1.0 / std::sqrt(2.0);
+    EXPECT_TRUE(all_near(Mat(e, e + 2), {1.5, 2.5}, 1e-15));
+    EXPECT_TRUE(all_near(Mat(E, E + 4), {h, h, -h, h}, 1e-15));  // columns (1, -1)/sqrt2, (1, 1)/sqrt2
+
+    double Sd[6] = {3.0, 0.0, -1.0, 0.0, 0.0, 7.0};
+    eig_decompose_jacobi(e, E, Sd, 3);
+    EXPECT_TRUE(all_near(Mat(e, e + 3), {3.0, -1.0, 7.0}, 0.0));
+    EXPECT_TRUE(all_near(Mat(E, E + 9), identity(3), 0.0));
+
+    double S1 = -4.5;
+    eig_decompose_jacobi(e, E, &S1, 1);
+    EXPECT_EQ(e[0], -4.5);
+    EXPECT_EQ(E[0], 1.0);
+}

@@ -1,0 +1,174 @@
+// Generated logs as the library's input staging sees them, the log format's
+// round trip, the reader's diagnosis of damaged logs, and the truth file.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "drlib.h"
+#include "log_io.h"
+#include "sim_replay.h"
+#include "simulator.h"
+#include "truth_csv.h"
+
+namespace {
+
+drsim::SimOptions short_run(const char *scenario, uint64_t seed) {
+    drsim::SimOptions opt;
+    opt.scenario.name = scenario;
+    opt.scenario.seed = seed;
+    opt.scenario.duration_scale = 0.1;
+    return opt;
+}
+
+// Every record of every scenario must be accepted and continuous, and every
+// epoch after the first must resample to ten complete slots.
+void expect_accepted(const drsim::SimOptions &opt) {
+    const drsim::SimResult sim = drsim::simulate(opt);
+    drsim::LogCheck check;
+    const auto records = drsim::read_log(sim.log.data(), sim.log.size(), &check);
+    ASSERT_TRUE(check.ok) << check.reason;
+    ASSERT_EQ(records.size(), sim.records);
+    const auto staged = simtest::stage_records(records);
+    ASSERT_EQ(staged.size(), records.size());
+    for (size_t k = 0; k < staged.size(); ++k) {
+        SCOPED_TRACE(k);
+        EXPECT_EQ(staged[k].valid, 1u);
+        EXPECT_EQ(staged[k].staged, 1);
+        EXPECT_EQ(staged[k].brk, 0u);
+        EXPECT_GE(records[k].header.nsamples, 8);
+        EXPECT_LE(records[k].header.nsamples, 12);
+        if (k > 0) {
+            EXPECT_EQ(staged[k].slots, 10u);
+        }
+    }
+    EXPECT_TRUE(drsim::check_log(sim.log.data(), sim.log.size(), true).ok);
+}
+
+TEST(SimLog, EveryRecordPassesValidityAndContinuity) {
+    for (const char *name : {"static", "survey", "calibration"}) {
+        SCOPED_TRACE(name);
+        expect_accepted(short_run(name, 3));
+    }
+    drsim::SimOptions opt = short_run("survey", 11);
+    opt.imu_grade = "consumer";
+    opt.imu_jitter_us = 4000;        // the largest jitter the spacing rule allows
+    opt.gnss_tow_jitter = true;
+    expect_accepted(opt);
+}
+
+// A session across the end of the GNSS week: tags wrap to 0, the week
+// counts up and the IMU stamps keep their place within the second.
+TEST(SimLog, WeekRolloverStaysContinuous) {
+    drsim::SimOptions opt = short_run("survey", 5);
+    opt.start_tow_ms = 604800000U - 3000U;
+    opt.first_seq = 0xfffffff0U;  // the sequence number wraps as well
+    expect_accepted(opt);
+    const drsim::SimResult sim = drsim::simulate(opt);
+    EXPECT_EQ(sim.truth[29].tow_ms, 604797000U + 2900U);
+    EXPECT_EQ(sim.truth[30].tow_ms, 0U);
+    EXPECT_EQ(sim.truth[30].week, sim.truth[29].week + 1);
+    const auto records = drsim::read_log(sim.log.data(), sim.log.size());
+    for (const auto &r : records)
+        for (const ImuSample &s : r.samples) {
+            // Within 60 ms before the tag: the stamp's place in the second agrees with GNSS time.
+            const uint32_t lag = (r.header.tow_ms % 1000U * 1000U + 1000000U - s.time_us % 1000000U) % 1000000U;
+            EXPECT_LT(lag, 150000U);
+        }
+}
+
+TEST(SimLog, RoundTripsByteForByteAndDeterministically) {
+    const drsim::SimResult a = drsim::simulate(short_run("survey", 9));
+    const drsim::SimResult b = drsim::simulate(short_run("survey", 9));
+    EXPECT_EQ(a.log, b.log);
+    EXPECT_NE(a.log, drsim::simulate(short_run("survey", 10)).log);
+
+    std::vector<uint8_t> again;
+    for (const auto &r : drsim::read_log(a.log.data(), a.log.size())) drsim::append_record(again, r.header, r.samples);
+    EXPECT_EQ(again, a.log);
+
+    const std::string path = ::testing::TempDir() + "sim_roundtrip.log";
+    ASSERT_TRUE(drsim::write_file(path, a.log));
+    std::vector<uint8_t> read;
+    ASSERT_TRUE(drsim::read_file(path, read));
+    EXPECT_EQ(read, a.log);
+}
+
+// Damage a log in the ways storage and transfer do, and ask where it breaks.
+TEST(SimLog, ReaderLocatesTheFirstDamagedRecord) {
+    const drsim::SimResult sim = drsim::simulate(short_run("static", 2));
+    const auto records = drsim::read_log(sim.log.data(), sim.log.size());
+    ASSERT_GT(records.size(), 20u);
+    const size_t r7 = records[7].offset, r8 = records[8].offset;
+
+    {   // One sample lost inside record 7: the structural walk loses step at
+        // the next header, the strict walk sees the foreign bytes in record 7.
+        std::vector<uint8_t> log = sim.log;
+        log.erase(log.begin() + static_cast<long>(r7 + 100), log.begin() + static_cast<long>(r7 + 132));
+        const drsim::LogCheck c = drsim::check_log(log.data(), log.size(), false);
+        EXPECT_FALSE(c.ok);
+        EXPECT_EQ(c.records, 8u);
+        EXPECT_EQ(c.record_offset, r8);  // where record 7, read at its stated length, ends
+        const drsim::LogCheck s = drsim::check_log(log.data(), log.size(), true);
+        EXPECT_EQ(s.records, 7u);
+        EXPECT_EQ(s.record_offset, r7);
+    }
+    {   // A cut at the end.
+        const drsim::LogCheck c = drsim::check_log(sim.log.data(), r8 + 50, false);
+        EXPECT_FALSE(c.ok);
+        EXPECT_EQ(c.record_offset, r8);
+        EXPECT_EQ(c.byte_offset, r8 + 50);
+        EXPECT_NE(c.reason.find("truncated header"), std::string::npos);
+        const drsim::LogCheck d = drsim::check_log(sim.log.data(), r8 + 100, false);
+        EXPECT_NE(d.reason.find("truncated record"), std::string::npos);
+    }
+    {   // Bad version and sample count.
+        std::vector<uint8_t> log = sim.log;
+        log[r8] = 3;
+        drsim::LogCheck c = drsim::check_log(log.data(), log.size(), false);
+        EXPECT_EQ(c.byte_offset, r8);
+        log[r8] = 4;
+        log[r8 + offsetof(DrInput, nsamples)] = 13;
+        c = drsim::check_log(log.data(), log.size(), false);
+        EXPECT_EQ(c.byte_offset, r8 + offsetof(DrInput, nsamples));
+    }
+    {   // Damage only the strict walk sees: a sequence number, a time tag, a stamp.
+        std::vector<uint8_t> log = sim.log;
+        log[r8 + offsetof(DrInput, seq)] ^= 0x04;
+        EXPECT_TRUE(drsim::check_log(log.data(), log.size(), false).ok);
+        drsim::LogCheck c = drsim::check_log(log.data(), log.size(), true);
+        EXPECT_EQ(c.records, 8u);
+        EXPECT_EQ(c.byte_offset, r8 + offsetof(DrInput, seq));
+
+        log = sim.log;
+        log[r8 + offsetof(DrInput, tow_ms) + 1] ^= 0x01;  // 256 ms off
+        c = drsim::check_log(log.data(), log.size(), true);
+        EXPECT_EQ(c.byte_offset, r8 + offsetof(DrInput, tow_ms));
+
+        log = sim.log;
+        const size_t stamp = r8 + sizeof(DrInput) + 3 * sizeof(ImuSample) + offsetof(ImuSample, time_us);
+        log[stamp + 1] ^= 0x40;  // 16 ms off
+        c = drsim::check_log(log.data(), log.size(), true);
+        EXPECT_EQ(c.record_offset, r8);
+        EXPECT_EQ(c.byte_offset, stamp);
+    }
+}
+
+TEST(SimLog, TruthCsvRoundTripsAndMatchesTheRecords) {
+    const drsim::SimResult sim = drsim::simulate(short_run("calibration", 4));
+    std::vector<drsim::TruthRow> rows;
+    std::string error;
+    ASSERT_TRUE(drsim::parse_truth_csv(drsim::truth_csv(sim.truth), rows, error)) << error;
+    ASSERT_EQ(rows.size(), sim.truth.size());
+    const auto records = drsim::read_log(sim.log.data(), sim.log.size());
+    for (size_t k = 0; k < rows.size(); ++k) {
+        EXPECT_EQ(0, std::memcmp(&rows[k].rph, &sim.truth[k].rph, sizeof rows[k].rph));
+        EXPECT_EQ(0, std::memcmp(&rows[k].tip_e, &sim.truth[k].tip_e, sizeof rows[k].tip_e));
+        EXPECT_EQ(rows[k].tow_ms, records[k].header.tow_ms);
+        EXPECT_EQ(rows[k].sol_tow_ms + 60U, rows[k].tow_ms);
+        // The record's antenna position is the truth plus centimetre-level GNSS error.
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(records[k].header.pos[i], rows[k].ant_e[i], 0.1);
+    }
+    EXPECT_FALSE(drsim::parse_truth_csv("tow_ms,oops\n", rows, error));
+}
+
+}  // namespace
