@@ -1,39 +1,14 @@
-// drlib-ext2log: turns the external fixed-tip pole session (CSV files of IMU
-// increments at 100 Hz, GNSS fixes of the IMU point at 10 Hz and a 100 Hz
-// truth) into an input log and a truth file of this project's formats.
-//
-// The session's GNSS positions are those of the IMU point, while the library
-// expects an antenna at the fixed offset g_level_arm_b from the IMU. A virtual
-// antenna is therefore placed where that offset holds, using the true
-// attitude: antenna = IMU - C_en C_bn l_b, its velocity minus the rotation of
-// the offset. The pole vector the host passes is then -((0, 0, 1.8) + l_b).
+// drlib-ext2log: converts the external fixed-tip pole session into an input
+// log and a truth file, and prints the pole vector to replay it with.
 #include <cerrno>
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <map>
-#include <sstream>
 #include <string>
-#include <vector>
 
-#include "attitude.h"
-#include "drlib.h"
-#include "earth.h"
+#include "common_ext.h"
 #include "log_io.h"
-#include "truth_csv.h"
 
 namespace {
-
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kDeg = kPi / 180.0;
-constexpr uint32_t kTowBase_ms = 345600000u;      // time of week at t_us = 0
-constexpr uint32_t kWeek = 2300u;
-constexpr double kGyroScale_deg = 1.0058283805847168e-06;  // default configuration
-constexpr double kAccScale_mps = 1.862645149230957e-07;
-constexpr double kImuToTip_m = 1.8;               // along body z (down the pole)
-const drsim::Vec3 kLeverArm_b{-0.03404, -0.05097, -0.01432};  // IMU relative to antenna
 
 const char kUsage[] =
     "usage: drlib-ext2log DATASET_DIR [--imu FILE] [--out LOG] [--truth CSV]\n"
@@ -42,182 +17,43 @@ const char kUsage[] =
     "(default imu_100hz.csv; imu_true_100hz.csv for error-free increments). Prints the\n"
     "pole vector to pass to drlib-replay --pole.\n";
 
-[[noreturn]] void fail(const std::string &msg) {
+int fail(const std::string &msg) {
     std::fprintf(stderr, "drlib-ext2log: %s\n", msg.c_str());
-    std::exit(2);
-}
-
-// Rows of numbers of a CSV whose header lines start with '#'.
-std::vector<std::vector<double>> read_numeric_csv(const std::string &path, size_t columns) {
-    std::ifstream in(path);
-    if (!in) fail("cannot read " + path + ": " + std::strerror(errno));
-    std::vector<std::vector<double>> rows;
-    std::string line;
-    size_t line_no = 0;
-    while (std::getline(in, line)) {
-        ++line_no;
-        if (line.empty() || line[0] == '#') continue;
-        std::vector<double> row;
-        std::stringstream ss(line);
-        std::string cell;
-        while (std::getline(ss, cell, ',')) {
-            char *end = nullptr;
-            const double v = std::strtod(cell.c_str(), &end);
-            if (end == cell.c_str()) fail(path + ":" + std::to_string(line_no) + ": not a number: '" + cell + "'");
-            row.push_back(v);
-        }
-        if (row.size() != columns)
-            fail(path + ":" + std::to_string(line_no) + ": expected " + std::to_string(columns) + " columns");
-        rows.push_back(row);
-    }
-    if (rows.empty()) fail(path + ": no data rows");
-    return rows;
-}
-
-struct TruthSample {
-    drsim::Vec3 imu_e, tip_e, imu_v_e;
-    drsim::Mat3 cbn;       // body to NED at the tip
-    drsim::Vec3 rph;       // roll, pitch, heading, rad
-    double tilt_rad = 0.0;
-};
-
-drsim::Vec3 vec(const std::vector<double> &r, size_t i) { return {r[i], r[i + 1], r[i + 2]}; }
-
-// Standard deviations north, east, down of a diagonal ECEF covariance.
-void ned_sigmas(const drsim::Mat3 &cne, const drsim::Vec3 &sig_e, float out[3]) {
-    for (int r = 0; r < 3; ++r) {
-        double var = 0.0;
-        for (int c = 0; c < 3; ++c) var += cne(c, r) * cne(c, r) * sig_e[c] * sig_e[c];
-        out[r] = static_cast<float>(std::sqrt(var));
-    }
+    return 2;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    std::string dir, imu_name = "imu_100hz.csv", out_path = "ext.log", truth_path = "ext-truth.csv";
+    std::string dir, imu_file = "imu_100hz.csv", out_path = "ext.log", truth_path = "ext-truth.csv";
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
-        auto value = [&]() -> std::string {
-            if (i + 1 >= argc) fail(a + " needs a value");
-            return argv[++i];
-        };
+        const bool has_value = i + 1 < argc;
         if (a == "-h" || a == "--help") {
             std::fputs(kUsage, stdout);
             return 0;
-        } else if (a == "--imu") imu_name = value();
-        else if (a == "--out") out_path = value();
-        else if (a == "--truth") truth_path = value();
-        else if (!a.empty() && a[0] == '-') fail("unknown option " + a);
-        else if (dir.empty()) dir = a;
-        else fail("more than one directory given");
-    }
-    if (dir.empty()) fail("no dataset directory given (see --help)");
-
-    const auto imu = read_numeric_csv(dir + "/" + imu_name, 7);
-    const auto gnss = read_numeric_csv(dir + "/gnss_10hz.csv", 13);
-    const auto truth_rows = read_numeric_csv(dir + "/truth_100hz.csv", 18);
-
-    std::map<long long, TruthSample> truth;  // by t_us
-    for (const auto &r : truth_rows) {
-        TruthSample s;
-        s.imu_e = vec(r, 1);
-        s.tip_e = vec(r, 4);
-        const drsim::Quat q = drsim::normalized({r[11], r[12], r[13], r[14]});
-        s.cbn = drsim::dcm_from_quat(q);
-        s.rph = drsim::euler_from_dcm(s.cbn);
-        s.tilt_rad = r[10] * kDeg;
-        s.imu_v_e = vec(r, 15);
-        truth[static_cast<long long>(std::llround(r[0]))] = s;
-    }
-    std::map<long long, drsim::Vec3> rate_b;  // body rate over the 10 ms ending at t_us
-    for (const auto &r : imu) rate_b[static_cast<long long>(std::llround(r[0]))] = (1.0 / 0.01) * vec(r, 1);
-
-    // Antenna position and velocity from the IMU point's, through the true attitude.
-    auto antenna = [&](long long t_us, const drsim::Vec3 &imu_e, const drsim::Vec3 &imu_v_e,
-                       drsim::Vec3 &ant_e, drsim::Vec3 &ant_v_e, drsim::Mat3 &cne) {
-        const auto it = truth.find(t_us);
-        if (it == truth.end()) fail("no truth row at t_us " + std::to_string(t_us));
-        const drsim::Geodetic g = drsim::geodetic_from_ecef(imu_e);
-        cne = drsim::dcm_ne(g.lat, g.lon);
-        const drsim::Mat3 cbe = cne * it->second.cbn;
-        const auto r = rate_b.find(t_us);
-        const drsim::Vec3 w = r == rate_b.end() ? drsim::Vec3{} : r->second;
-        ant_e = imu_e - cbe * kLeverArm_b;
-        ant_v_e = imu_v_e - cbe * drsim::cross(w, kLeverArm_b);
-    };
-
-    std::vector<uint8_t> log;
-    std::vector<drsim::TruthRow> out_truth;
-    double carry_g[3] = {0, 0, 0}, carry_a[3] = {0, 0, 0};  // quantisation residue
-    size_t next_imu = 0;
-    uint32_t seq = 1;
-    for (const auto &g : gnss) {
-        const uint32_t tow_ms = static_cast<uint32_t>(std::llround(g[0]));
-        const long long t_us = static_cast<long long>(tow_ms - kTowBase_ms) * 1000;
-        // The samples a receiver has gathered by this epoch.
-        std::vector<ImuSample> samples;
-        while (next_imu < imu.size() && std::llround(imu[next_imu][0]) <= t_us) {
-            const auto &r = imu[next_imu++];
-            ImuSample s{};
-            const long long stamp_us = static_cast<long long>(kTowBase_ms) * 1000 + std::llround(r[0]);
-            s.time_us = static_cast<uint32_t>(stamp_us % 4000000000LL);  // keeps the microsecond of the second
-            for (int c = 0; c < 3; ++c) {
-                const double gc = r[1 + static_cast<size_t>(c)] / (kGyroScale_deg * kDeg) + carry_g[c];
-                const double ac = r[4 + static_cast<size_t>(c)] / kAccScale_mps + carry_a[c];
-                s.gyro[c] = static_cast<int32_t>(std::llround(gc));
-                s.acc[c] = static_cast<int32_t>(std::llround(ac));
-                carry_g[c] = gc - s.gyro[c];
-                carry_a[c] = ac - s.acc[c];
-            }
-            samples.push_back(s);
+        } else if (a == "--imu" || a == "--out" || a == "--truth") {
+            if (!has_value) return fail(a + " needs a value");
+            (a == "--imu" ? imu_file : a == "--out" ? out_path : truth_path) = argv[++i];
+        } else if (!a.empty() && a[0] == '-') {
+            return fail("unknown option " + a + " (see --help)");
+        } else if (dir.empty()) {
+            dir = a;
+        } else {
+            return fail("more than one directory given");
         }
-        if (samples.size() < 8 || samples.size() > 12) continue;  // the first epoch has none yet
-
-        DrInput h{};
-        h.version = 4;
-        h.pos_type = 0x32;
-        h.vel_type = 0x32;
-        h.seq = seq++;
-        h.tow_ms = tow_ms;
-        drsim::Vec3 ant_e, ant_v_e;
-        drsim::Mat3 cne;
-        antenna(t_us, vec(g, 1), vec(g, 7), ant_e, ant_v_e, cne);
-        for (int c = 0; c < 3; ++c) {
-            h.pos[c] = ant_e[c];
-            h.vel[c] = ant_v_e[c];
-        }
-        ned_sigmas(cne, vec(g, 4), h.pos_std);
-        ned_sigmas(cne, vec(g, 10), h.vel_std);
-        drsim::append_record(log, h, samples);
-
-        // Truth at the epoch's tag and at the solution instant, 60 ms before it.
-        drsim::TruthRow row;
-        row.tow_ms = tow_ms;
-        row.week = kWeek;
-        row.t_s = static_cast<double>(t_us) * 1e-6;
-        const auto &at_tag = truth.at(t_us);
-        drsim::Mat3 cne_tag;
-        antenna(t_us, at_tag.imu_e, at_tag.imu_v_e, row.ant_e, row.ant_v_e, cne_tag);
-        const long long sol_us = t_us - 60000;
-        const auto sol = truth.find(sol_us);
-        if (sol == truth.end()) continue;
-        row.sol_tow_ms = tow_ms - 60u;
-        row.rph = sol->second.rph;
-        row.tilt_rad = sol->second.tilt_rad;
-        row.tip_e = sol->second.tip_e;
-        row.imu_llh = drsim::geodetic_from_ecef(sol->second.imu_e);
-        row.imu_v_n = drsim::transpose(drsim::dcm_ne(row.imu_llh.lat, row.imu_llh.lon)) * sol->second.imu_v_e;
-        out_truth.push_back(row);
     }
+    if (dir.empty()) return fail("no dataset directory given (see --help)");
 
-    if (!drsim::write_file(out_path, log)) fail("cannot write " + out_path + ": " + std::strerror(errno));
-    const std::string csv = drsim::truth_csv(out_truth);
+    drtools::ExtSession s;
+    std::string error;
+    if (!drtools::convert_ext_session(dir, imu_file, s, error)) return fail(error);
+    if (!drsim::write_file(out_path, s.log)) return fail("cannot write " + out_path + ": " + std::strerror(errno));
+    const std::string csv = drsim::truth_csv(s.truth);
     if (!drsim::write_file(truth_path, std::vector<uint8_t>(csv.begin(), csv.end())))
-        fail("cannot write " + truth_path + ": " + std::strerror(errno));
-    const drsim::Vec3 pole{-(kLeverArm_b.x), -(kLeverArm_b.y), -(kImuToTip_m + kLeverArm_b.z)};
-    std::fprintf(stderr, "drlib-ext2log: %zu records -> %s, truth -> %s\n", out_truth.size(), out_path.c_str(),
+        return fail("cannot write " + truth_path + ": " + std::strerror(errno));
+    std::fprintf(stderr, "drlib-ext2log: %zu records -> %s, truth -> %s\n", s.truth.size(), out_path.c_str(),
                  truth_path.c_str());
-    std::printf("%.5f,%.5f,%.5f\n", pole.x, pole.y, pole.z);
+    std::printf("%.5f,%.5f,%.5f\n", s.pole_m[0], s.pole_m[1], s.pole_m[2]);
     return 0;
 }
