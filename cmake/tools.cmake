@@ -14,6 +14,7 @@ file(GLOB DRLIB_TOOL_COMMON CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/common
 if(DRLIB_TOOL_COMMON)
   add_library(drlib_toolcommon STATIC ${DRLIB_TOOL_COMMON})
   target_include_directories(drlib_toolcommon PUBLIC ${PROJECT_SOURCE_DIR}/tools ${PROJECT_SOURCE_DIR}/include)
+  target_link_libraries(drlib_toolcommon PUBLIC drlib_static)
   target_compile_options(drlib_toolcommon PRIVATE ${DRLIB_WARNINGS})
   if(TARGET drlib_sim)
     target_link_libraries(drlib_toolcommon PUBLIC drlib_sim)
