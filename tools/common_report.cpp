@@ -131,7 +131,7 @@ void print_report(std::FILE *f, const Report &r) {
                  100 * r.class_share[0], 100 * r.class_share[1], 100 * r.class_share[2],
                  100 * r.class_share[3]);
     if (r.time_to_first_fix_s >= 0.0)
-        std::fprintf(f, "first tilt solution %.1f s after the motion starts (at %.1f s)\n",
+        std::fprintf(f, "first tilt solution %.1f s after the pole first tilts past 2 deg (at %.1f s)\n",
                      r.time_to_first_fix_s, r.motion_start_s);
     else
         std::fprintf(f, "no tilt solution\n");
