@@ -35,7 +35,6 @@ set(CPACK_PACKAGE_VENDOR "drlib developers")
 if(NOT CPACK_PACKAGE_CONTACT)
   set(CPACK_PACKAGE_CONTACT "drlib developers <drlib@localhost>")
 endif()
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "GNSS/IMU tilt compensation for survey poles")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -48,23 +47,21 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${DRLIB_DEB_RUNTIME})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_MULTIARCH same)
-# shlibs file and the ldconfig trigger.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+# shlibs file and the ldconfig calls (needs `file` and readelf when packing).
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "GNSS/IMU tilt compensation for survey poles - shared library
- libdrlib fuses a survey pole's RTK GNSS fixes with its MEMS IMU samples and
+libdrlib fuses a survey pole's RTK GNSS fixes with its MEMS IMU samples and
  reports attitude, tilt and the pole-tip position with its accuracy.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libdrlib-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEV_PACKAGE_MULTIARCH same)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "${DRLIB_DEB_RUNTIME} (= ${PROJECT_VERSION}-${DRLIB_DEB_RELEASE})")
 set(CPACK_COMPONENT_DEV_DESCRIPTION
     "GNSS/IMU tilt compensation for survey poles - development files
- The C header drlib.h, the static library, the CMake package (drlib::drlib),
+The C header drlib.h, the static library, the CMake package (drlib::drlib),
  the pkg-config file and an example host.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-drlib)
@@ -73,7 +70,7 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, ${DRLIB_DEB_RUNTIME} (>= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
     "GNSS/IMU tilt compensation for survey poles - Python module
- The drlib module (ctypes, standard library only): replay an input log
+The drlib module (ctypes, standard library only): replay an input log
  through libdrlib and iterate over the tilt statuses.")
 
 # The runtime package's libc6 version is the newest GLIBC_ symbol version the

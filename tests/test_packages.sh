@@ -34,26 +34,27 @@ check_arch_dir() {  # dir
   # Control fields.
   [ "$(field "$runtime" Package)" = libdrlib4 ] || fail "runtime package name"
   [ "$(field "$runtime" Version)" = "$version" ] || fail "runtime version"
-  [ "$(field "$runtime" Multi-Arch)" = same ] || fail "runtime Multi-Arch"
   local depends glibc
   depends=$(field "$runtime" Depends)
-  [[ $depends =~ ^libc6\ \(\>=\ ([0-9]+\.[0-9]+)\)$ ]] || fail "runtime Depends '$depends': libc6 only"
+  [[ $depends =~ ^libc6\ \(\>=\ ([0-9]+(\.[0-9]+)+)\)$ ]] || fail "runtime Depends '$depends': libc6 only"
   glibc=${BASH_REMATCH[1]}
   [ "$(field "$dev" Architecture)" = "$arch" ] || fail "dev Architecture"
   [ "$(field "$dev" Depends)" = "libdrlib4 (= $version)" ] || fail "dev Depends '$(field "$dev" Depends)'"
   [ "$(field "$py" Architecture)" = all ] || fail "python Architecture"
   [ "$(field "$py" Depends)" = "python3, libdrlib4 (>= 4.4.0)" ] || fail "python Depends"
-  dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./shlibs | grep -qx 'libdrlib 4 libdrlib4 (>= 4.4.0)' \
+  dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./shlibs | grep -qx "libdrlib 4 libdrlib4 (>= $version)" \
     || fail "runtime shlibs"
-  dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./triggers | grep -q 'ldconfig' || fail "no ldconfig trigger"
+  dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./postinst | grep -q 'ldconfig' || fail "postinst does not run ldconfig"
 
   # Contents: the runtime package holds the shared object and its SONAME link, nothing else.
   local files
-  files=$(dpkg-deb --contents "$runtime" | grep -v '/$' | awk '{s = $1 " " $6; if ($7 == "->") s = s " -> " $8; print s}')
-  [ "$files" = "-rw-r--r-- ./usr/lib/$triple/libdrlib.so.4.4.0
-lrwxrwxrwx ./usr/lib/$triple/libdrlib.so.4 -> libdrlib.so.4.4.0" ] || fail "runtime contents:
+  files=$(dpkg-deb --contents "$runtime" | grep -v '/$' | awk '{s = $1 " " $6; if ($7 == "->") s = s " -> " $8; print s}' | LC_ALL=C sort -k2,2)
+  [ "$files" = "lrwxrwxrwx ./usr/lib/$triple/libdrlib.so.4 -> libdrlib.so.4.4.0
+-rw-r--r-- ./usr/lib/$triple/libdrlib.so.4.4.0" ] || fail "runtime contents:
 $files"
-  dpkg-deb --contents "$runtime" "$dev" "$py" | awk '$2 != "root/root" {exit 1}' || fail "files not owned by root"
+  for deb in "$runtime" "$dev" "$py"; do
+    dpkg-deb --contents "$deb" | awk '$2 != "root/root" {exit 1}' || fail "$deb: files not owned by root"
+  done
   files=$(dpkg-deb --contents "$dev" | awk '{print $6}')
   for f in ./usr/include/drlib.h ./usr/lib/$triple/libdrlib.so ./usr/lib/$triple/libdrlib.a \
            ./usr/lib/$triple/cmake/drlib/drlibConfig.cmake ./usr/lib/$triple/cmake/drlib/drlibConfigVersion.cmake \
