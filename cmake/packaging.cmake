@@ -53,7 +53,7 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "GNSS/IMU tilt compensation for survey poles - shared library
 libdrlib fuses a survey pole's RTK GNSS fixes with its MEMS IMU samples and
- reports attitude, tilt and the pole-tip position with its accuracy.")
+reports attitude, tilt and the pole-tip position with its accuracy.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libdrlib-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
@@ -62,7 +62,7 @@ set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
 set(CPACK_COMPONENT_DEV_DESCRIPTION
     "GNSS/IMU tilt compensation for survey poles - development files
 The C header drlib.h, the static library, the CMake package (drlib::drlib),
- the pkg-config file and an example host.")
+the pkg-config file and an example host.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-drlib)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
@@ -71,7 +71,7 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, ${DRLIB_DEB_RUNTIME} (>= ${PRO
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
     "GNSS/IMU tilt compensation for survey poles - Python module
 The drlib module (ctypes, standard library only): replay an input log
- through libdrlib and iterate over the tilt statuses.")
+through libdrlib and iterate over the tilt statuses.")
 
 # The runtime package's libc6 version is the newest GLIBC_ symbol version the
 # shared object references, read when the packages are made.

@@ -183,11 +183,13 @@ class Library:
     """The loaded shared object with its prototypes. Use load() to get one."""
 
     def __init__(self, path=None):
-        self.path = path or os.environ.get("DRLIB_LIBRARY") or SONAME
+        named = path or os.environ.get("DRLIB_LIBRARY")
+        self.path = named or SONAME
         try:
             self.dll = ctypes.CDLL(self.path)
         except OSError as e:
-            found = None if path else ctypes.util.find_library("drlib")
+            # Only the default name may fall back to a search of the linker cache.
+            found = None if named else ctypes.util.find_library("drlib")
             if not found:
                 raise OSError("drlib: cannot load %s (%s); install libdrlib4 or set DRLIB_LIBRARY"
                               % (self.path, e)) from e
