@@ -20,6 +20,11 @@ target_include_directories(drlib_obj PUBLIC
 add_library(drlib SHARED $<TARGET_OBJECTS:drlib_obj>)
 target_include_directories(drlib PUBLIC ${PROJECT_SOURCE_DIR}/include)
 target_link_libraries(drlib PRIVATE m)
+# libdrlib.so.4 -> libdrlib.so.4.4.0: the SONAME follows the major version,
+# which changes whenever a record layout or a signature does.
+set_target_properties(drlib PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR})
 # Only libc and libm may be needed at run time: drop anything the C++ driver
 # adds but the code never calls, and refuse undefined symbols.
 target_link_options(drlib PRIVATE -Wl,--as-needed -Wl,--no-undefined -static-libgcc)

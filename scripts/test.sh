@@ -3,13 +3,15 @@
 #   release     warnings as errors, x86-64
 #   sanitizers  AddressSanitizer + UndefinedBehaviorSanitizer, x86-64
 #   armhf       cross build for 32-bit Arm Linux, tests under qemu user-mode emulation
+#   package     Debian packages for amd64 and armhf (Release, prefix /usr) into
+#               out/packages/<arch>/, inspected and tried in a scratch root
 # Installs the Debian packages it needs when they are missing, and stops at the
 # first failing stage. DRLIB_STAGES="release armhf" runs a subset.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/deps.sh g++-arm-linux-gnueabihf qemu-user
+scripts/deps.sh g++-arm-linux-gnueabihf qemu-user pkg-config python3 file
 jobs=$(nproc)
-stages=${DRLIB_STAGES:-"release sanitizers armhf"}
+stages=${DRLIB_STAGES:-"release sanitizers armhf package"}
 
 run_suite() {  # name, build dir, cmake options...
   local name=$1 dir=$2; shift 2
@@ -21,12 +23,37 @@ run_suite() {  # name, build dir, cmake options...
   ctest --test-dir "$dir" -j "$jobs" --output-on-failure
 }
 
+package_arch() {  # arch, build dir, cmake options...
+  local arch=$1 dir=$2; shift 2
+  echo "=== package $arch: configure and build ($dir)"
+  cmake -S . -B "$dir" --no-warn-unused-cli -DDRLIB_WERROR=ON -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+    -DDRLIB_BUILD_TESTS=OFF "$@" >/dev/null
+  cmake --build "$dir" -j "$jobs" -- --no-print-directory >"$dir.buildlog" 2>&1 || {
+    tail -n 60 "$dir.buildlog"; echo "=== package $arch: build failed"; return 1; }
+  rm -rf "out/packages/$arch"
+  cpack --config "$dir/CPackConfig.cmake" -B "$PWD/out/packages/$arch" >"$dir.cpacklog" 2>&1 || {
+    cat "$dir.cpacklog"; echo "=== package $arch: cpack failed"; return 1; }
+  rm -rf "out/packages/$arch/_CPack_Packages"
+  ls -l out/packages/"$arch"/*.deb
+}
+
+package_stage() {
+  package_arch amd64 build-pkg-amd64 -DDRLIB_BUILD_EXAMPLES=OFF
+  package_arch armhf build-pkg-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake \
+    -DDRLIB_BUILD_TOOLS=OFF -DDRLIB_BUILD_EXAMPLES=OFF
+  echo "=== package: inspect, and try the amd64 packages in a scratch root"
+  build-pkg-amd64/drlib-sim --scenario survey --duration-scale 0.5 --quiet \
+    --out build-pkg-amd64/survey.log --truth build-pkg-amd64/survey-truth.csv
+  LOG=build-pkg-amd64/survey.log tests/test_packages.sh out/packages/amd64 out/packages/armhf
+}
+
 for stage in $stages; do
   case $stage in
     release)    run_suite release build -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
     sanitizers) run_suite sanitizers build-asan -DCMAKE_BUILD_TYPE=Debug -DDRLIB_SANITIZE=ON ;;
     armhf)      run_suite armhf build-armhf -DCMAKE_BUILD_TYPE=RelWithDebInfo \
                   -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake ;;
+    package)    package_stage ;;
     *) echo "unknown stage $stage"; exit 2 ;;
   esac
 done

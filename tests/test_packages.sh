@@ -1,0 +1,131 @@
+#!/usr/bin/env bash
+# Inspects the Debian packages of one or more package directories (one per
+# architecture, as cpack writes them) and installs the amd64 ones into a
+# scratch root, where the example host is built against them (pkg-config and
+# CMake) and the Python module replays a log through the packaged library.
+#
+# usage: test_packages.sh DIR... ; environment: LOG (an input log for the runs)
+set -euo pipefail
+[ $# -ge 1 ] || { echo "usage: $0 PACKAGE_DIR..." >&2; exit 2; }
+version=4.4.0-1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "test_packages: $*" >&2; exit 1; }
+field() { dpkg-deb --field "$1" "$2"; }
+python=/usr/bin/python3
+[ -x "$python" ] || python=python3
+
+check_arch_dir() {  # dir
+  local dir=$1 runtime dev py arch triple machine
+  runtime=$(ls "$dir"/libdrlib4_${version}_*.deb 2>/dev/null | head -n 1)
+  [ -n "$runtime" ] || fail "$dir: no libdrlib4 package"
+  arch=$(field "$runtime" Architecture)
+  case $arch in
+    amd64) triple=x86_64-linux-gnu machine='Advanced Micro Devices X86-64' ;;
+    armhf) triple=arm-linux-gnueabihf machine='ARM' ;;
+    *) fail "$runtime: unexpected architecture '$arch'" ;;
+  esac
+  [ "$(basename "$runtime")" = "libdrlib4_${version}_${arch}.deb" ] || fail "$runtime: file name"
+  dev=$dir/libdrlib-dev_${version}_${arch}.deb
+  py=$dir/python3-drlib_${version}_all.deb
+  [ -f "$dev" ] || fail "missing $(basename "$dev")"
+  [ -f "$py" ] || fail "missing $(basename "$py")"
+
+  # Control fields.
+  [ "$(field "$runtime" Package)" = libdrlib4 ] || fail "runtime package name"
+  [ "$(field "$runtime" Version)" = "$version" ] || fail "runtime version"
+  local depends glibc
+  depends=$(field "$runtime" Depends)
+  [[ $depends =~ ^libc6\ \(\>=\ ([0-9]+(\.[0-9]+)+)\)$ ]] || fail "runtime Depends '$depends': libc6 only"
+  glibc=${BASH_REMATCH[1]}
+  [ "$(field "$dev" Architecture)" = "$arch" ] || fail "dev Architecture"
+  [ "$(field "$dev" Depends)" = "libdrlib4 (= $version)" ] || fail "dev Depends '$(field "$dev" Depends)'"
+  [ "$(field "$py" Architecture)" = all ] || fail "python Architecture"
+  [ "$(field "$py" Depends)" = "python3, libdrlib4 (>= 4.4.0)" ] || fail "python Depends"
+  dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./shlibs | grep -qx "libdrlib 4 libdrlib4 (>= $version)" \
+    || fail "runtime shlibs"
+  dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./postinst | grep -q 'ldconfig' || fail "postinst does not run ldconfig"
+
+  # Contents: the runtime package holds the shared object and its SONAME link, nothing else.
+  local files
+  files=$(dpkg-deb --contents "$runtime" | grep -v '/$' | awk '{s = $1 " " $6; if ($7 == "->") s = s " -> " $8; print s}' | LC_ALL=C sort -k2,2)
+  [ "$files" = "lrwxrwxrwx ./usr/lib/$triple/libdrlib.so.4 -> libdrlib.so.4.4.0
+-rw-r--r-- ./usr/lib/$triple/libdrlib.so.4.4.0" ] || fail "runtime contents:
+$files"
+  for deb in "$runtime" "$dev" "$py"; do
+    dpkg-deb --contents "$deb" | awk '$2 != "root/root" {exit 1}' || fail "$deb: files not owned by root"
+  done
+  files=$(dpkg-deb --contents "$dev" | awk '{print $6}')
+  for f in ./usr/include/drlib.h ./usr/lib/$triple/libdrlib.so ./usr/lib/$triple/libdrlib.a \
+           ./usr/lib/$triple/cmake/drlib/drlibConfig.cmake ./usr/lib/$triple/cmake/drlib/drlibConfigVersion.cmake \
+           ./usr/lib/$triple/pkgconfig/drlib.pc ./usr/share/doc/drlib/examples/tilt_host.c; do
+    grep -qx "$f" <<<"$files" || fail "dev package lacks $f"
+  done
+  ! grep -q 'libdrlib.so.4' <<<"$files" || fail "dev package carries the runtime's files"
+  dpkg-deb --contents "$py" | grep -q ' ./usr/lib/python3/dist-packages/drlib.py$' || fail "python package lacks drlib.py"
+
+  # The shared object itself: the right machine, libc and libm only, no newer
+  # glibc symbol than Depends states, stripped.
+  local x=$work/x-$arch so needed
+  dpkg-deb -x "$runtime" "$x"
+  so=$x/usr/lib/$triple/libdrlib.so.4.4.0
+  readelf -h "$so" | grep -q "Machine: *$machine\$" || fail "$arch: ELF machine is not $machine"
+  if [ "$arch" = armhf ]; then
+    readelf -h "$so" | grep -q 'hard-float ABI' || fail "armhf: not the hard-float ABI"
+  fi
+  needed=$(readelf -d "$so" | sed -n 's/.*Shared library: \[\(.*\)\]/\1/p' | sort | tr '\n' ' ')
+  [[ $needed =~ ^(ld-linux[a-z0-9_.-]*\ )?libc\.so\.6\ (libm\.so\.6\ )?$ ]] || fail "$arch: needs $needed"
+  readelf -V --wide "$so" | grep -o 'GLIBC_[0-9.]*' | sed 's/GLIBC_//' | while read -r v; do
+    [ "$(printf '%s\n%s\n' "$v" "$glibc" | sort -V | tail -n 1)" = "$glibc" ] \
+      || fail "$arch: references GLIBC_$v, Depends says >= $glibc"
+  done
+  ! readelf -S "$so" | grep -q '\.debug_info' || fail "$arch: shared object not stripped"
+  echo "test_packages: $arch: $(basename "$runtime") (Depends: $depends), $(basename "$dev"), $(basename "$py"): ok"
+  [ "$arch" = amd64 ] && amd64_dir=$dir
+  return 0
+}
+
+amd64_dir=""
+for d in "$@"; do check_arch_dir "$d"; done
+[ -n "$amd64_dir" ] || exit 0
+
+# Scratch root with the amd64 packages unpacked as dpkg would place them.
+root=$work/root
+for deb in "$amd64_dir"/libdrlib4_"$version"_amd64.deb "$amd64_dir"/libdrlib-dev_"$version"_amd64.deb \
+           "$amd64_dir"/python3-drlib_"$version"_all.deb; do
+  dpkg-deb -x "$deb" "$root"
+done
+libdir=$root/usr/lib/x86_64-linux-gnu
+grep -qx 'prefix=/usr' "$libdir/pkgconfig/drlib.pc" || fail "drlib.pc does not point at /usr"
+
+run_host() {  # program
+  if [ -n "${LOG:-}" ]; then LD_LIBRARY_PATH=$libdir "$1" "$LOG" >"$work/host.txt"
+  else LD_LIBRARY_PATH=$libdir "$1" >/dev/null 2>&1 && return 1 || [ $? -eq 2 ]; fi
+}
+# pkg-config sees the root as the system root, as in a chroot or a sysroot.
+mkdir "$work/pc"
+cp "$root/usr/share/doc/drlib/examples/tilt_host.c" "$root/usr/share/doc/drlib/examples/Makefile" "$work/pc/"
+PKG_CONFIG_SYSROOT_DIR=$root PKG_CONFIG_LIBDIR=$libdir/pkgconfig PKG_CONFIG_PATH= \
+  make -s -C "$work/pc" >/dev/null || fail "pkg-config build against the package"
+run_host "$work/pc/tilt_host" || fail "pkg-config host"
+cmake -S "$root/usr/share/doc/drlib/examples" -B "$work/cm" -DCMAKE_PREFIX_PATH="$root/usr" >/dev/null \
+  && cmake --build "$work/cm" >/dev/null || fail "CMake build against the package"
+run_host "$work/cm/tilt_host" || fail "CMake host"
+echo "test_packages: amd64 scratch root: example built with pkg-config and CMake: ok"
+
+# The Python module finds the packaged library by its SONAME.
+out=$(env -u DRLIB_LIBRARY PYTHONDONTWRITEBYTECODE=1 PYTHONPATH="$root/usr/lib/python3/dist-packages" \
+  LD_LIBRARY_PATH="$libdir" "$python" - "${LOG:-}" <<'EOF'
+import sys, drlib
+print(drlib.version())
+if sys.argv[1]:
+    stats = list(drlib.replay(sys.argv[1]))
+    assert stats and any(s.status for s in stats), "no tilt solution"
+    print(len(stats), "statuses")
+EOF
+) || fail "python module from the package"
+echo "test_packages: amd64 scratch root: python3-drlib: $(echo "$out" | tr '\n' ' ')ok"
+if [ -n "${LOG:-}" ]; then
+  grep -q "status lines $(echo "$out" | sed -n 's/ statuses//p') " "$work/host.txt" \
+    || fail "the Python module and the C host saw different numbers of statuses"
+fi
