@@ -1,0 +1,73 @@
+// What the fuzz targets share: a valid simulated session to start from, a
+// host that drives the library and checks every promise the interface makes
+// about one call, and a probe that shows nothing of a fuzzed run survives
+// into the next run.
+#ifndef DRFUZZ_FUZZ_SUPPORT_H
+#define DRFUZZ_FUZZ_SUPPORT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "drlib.h"
+
+namespace drfuzz {
+
+// One record of the base session, in its own 8-byte aligned buffer.
+struct Record {
+    std::vector<uint64_t> words;
+    const DrInput *get() const { return reinterpret_cast<const DrInput *>(words.data()); }
+    DrInput *get() { return reinterpret_cast<DrInput *>(words.data()); }
+    size_t bytes() const { return DRLIB_INPUT_SIZE(get()->nsamples); }
+};
+
+// A record buffer for any nsamples 0..255, zero-filled.
+Record MakeRecord(uint8_t nsamples);
+
+// The survey session every target starts from: still at first (the bank
+// starts after one second), then tilting, so the main filter runs after
+// about eleven seconds. Built once, on first use.
+const std::vector<Record> &BaseSession();
+
+// The pole lever of the base session, antenna above the tip.
+extern const double kPole_m[3];
+
+// Drives the library like a host and aborts (a finding) on any broken promise:
+// the result is 0 or 1; a processed record gives exactly one tilt status, a
+// rejected one none; a status repeats the record's time tag, solution types,
+// velocity and its deviations; a status of class 1..3 has finite attitude and
+// tip deviations below the class limit; calibration reports come only inside
+// a processed cycle and carry the documented lengths and ranges.
+class Host {
+public:
+    Host();
+    void Init(const DrCfg *cfg);      // DrlibInit, then the callback and the pole
+    void Destroy(DrCfg *cfg);         // DrlibDestroy, checking the bias written back
+    uint32_t Feed(const DrInput *rec);
+    void RegisterTilt(bool on);
+    void StartCalib(const double *ref_e, uint32_t target, bool with_callback);
+    bool inited() const { return inited_; }
+    size_t fed() const { return fed_; }
+
+    // The statuses of the records fed since the last call.
+    std::vector<TiltStat> TakeStatuses();
+
+private:
+    bool inited_ = false;
+    bool tilt_cb_ = false;
+    size_t fed_ = 0;
+};
+
+// After whatever the fuzzer did: the host restores its setup (default
+// configuration, the pole, no calibration), feeds one record the library must
+// refuse, then the first seconds of the base session. The statuses and the
+// whole state of the engine must equal, bit for bit, those of a fresh
+// DrlibInit fed the same records. Aborts otherwise.
+void ProbeNothingLeftOver(Host &host);
+
+// Aborts with a message: the fuzzer reports it as a crash with the input.
+[[noreturn]] void Fail(const char *what);
+
+}  // namespace drfuzz
+
+#endif
