@@ -7,9 +7,13 @@ set(CMAKE_SYSTEM_PROCESSOR arm)
 set(DRLIB_ARM_TRIPLE arm-linux-gnueabihf)
 set(CMAKE_C_COMPILER ${DRLIB_ARM_TRIPLE}-gcc)
 set(CMAKE_CXX_COMPILER ${DRLIB_ARM_TRIPLE}-g++)
-set(DRLIB_ARM_FLAGS "-march=armv7-a -mfpu=vfpv3-d16 -mfloat-abi=hard")
+# No fused multiply-add on this FPU, but keep contraction off in the flags too,
+# so that anything built with this file rounds every product like the desktop.
+set(DRLIB_ARM_FLAGS "-march=armv7-a -mfpu=vfpv3-d16 -mfloat-abi=hard -ffp-contract=off")
 set(CMAKE_C_FLAGS_INIT "${DRLIB_ARM_FLAGS}")
-set(CMAKE_CXX_FLAGS_INIT "${DRLIB_ARM_FLAGS}")
+# -Wno-psabi: GCC notes that passing some std::vector iterators changed in GCC 7.1;
+# everything here is built by one compiler and the C interface passes no such type.
+set(CMAKE_CXX_FLAGS_INIT "${DRLIB_ARM_FLAGS} -Wno-psabi")
 
 set(CMAKE_FIND_ROOT_PATH /usr/${DRLIB_ARM_TRIPLE})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -2,7 +2,8 @@
 # The whole test suite, every stage through CTest:
 #   release     warnings as errors, x86-64
 #   sanitizers  AddressSanitizer + UndefinedBehaviorSanitizer, x86-64
-#   armhf       cross build for 32-bit Arm Linux, tests under qemu user-mode emulation
+#   armhf       cross build for 32-bit Arm Linux, tests under qemu user-mode emulation;
+#               its replay is compared byte for byte with the release build's
 #   package     Debian packages for amd64 and armhf (Release, prefix /usr) into
 #               out/packages/<arch>/, inspected and tried in a scratch root
 #   long        tests labelled "long" (the two-hour soak), release build
@@ -56,7 +57,8 @@ for stage in $stages; do
     long)       run_suite long build "-L long" -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
     fuzz)       scripts/fuzz.sh ;;
     armhf)      run_suite armhf build-armhf "-LE long" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-                  -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake ;;
+                  -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake \
+                  -DDRLIB_HOST_BUILD_DIR="$PWD/build" ;;
     package)    package_stage ;;
     *) echo "unknown stage $stage"; exit 2 ;;
   esac

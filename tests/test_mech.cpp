@@ -401,7 +401,7 @@ TEST(MechPoles, StridesAtAndNearThePolesStayFinite) {
 // ---------------------------------------------------------------- checks
 
 TEST(MechDeathTest, IntervalLengthMustExceedOneMicrosecond) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, DRLIB_DEATH_TEST_STYLE);
     NavState nav = moving_state();
     const double zero[4][3] = {};
     EXPECT_DEATH(dr_mech_stride(&nav, zero[0], zero[0], 1, 1e-6),
