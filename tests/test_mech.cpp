@@ -120,11 +120,10 @@ TEST(MechSplit, BackwardStridesTakenFromTheEnd) {
 
 // ---------------------------------------------------------------- stride sums
 
-TEST(MechStrideSums, ConstantIncrementsHaveNoConingOrSculling) {
-    const double th[4][3] = {{1e-3, -2e-3, 3e-3}, {1e-3, -2e-3, 3e-3}, {1e-3, -2e-3, 3e-3},
-                             {1e-3, -2e-3, 3e-3}};
-    const double u[4][3] = {{0.01, 0.02, -0.098}, {0.01, 0.02, -0.098}, {0.01, 0.02, -0.098},
-                            {0.01, 0.02, -0.098}};
+TEST(MechStrideSums, ConstantIncrementsHaveNoConing) {
+    double th[4][3], u[4][3];
+    for (int k = 0; k < 4; ++k)
+        for (int i = 0; i < 3; ++i) th[k][i] = 1e-3 * (i - 0.5), u[k][i] = 0.01 * (i - 3.0);
     for (int m = 1; m <= 3; ++m) {
         drlib::StrideSums s;
         drlib::accumulate_stride_sums(&s, th[0], u[0], m, kTl);
@@ -135,24 +134,9 @@ TEST(MechStrideSums, ConstantIncrementsHaveNoConingOrSculling) {
     }
 }
 
-TEST(MechStrideSums, SingleIntervalIsTheTwoSampleCorrection) {
-    const double th[2][3] = {{2e-3, -1e-3, 4e-3}, {-3e-3, 5e-3, 1e-3}};
-    const double u[2][3] = {{0.05, -0.02, -0.09}, {0.01, 0.03, -0.1}};
-    drlib::StrideSums s;
-    drlib::accumulate_stride_sums(&s, th[0], u[0], 1, kTl);
-    double a[3], b[3], c[3];
-    cross_prod(a, th[0], th[1]);
-    cross_prod(b, th[0], u[1]);
-    cross_prod(c, u[0], th[1]);
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_NEAR(s.beta[i], a[i] / 12.0, 1e-20);
-        EXPECT_NEAR(s.sigma[i], (b[i] + c[i]) / 12.0, 1e-19);
-    }
-}
-
 // ---------------------------------------------------------------- free fall
 
-TEST(MechExamples, FreeFallFromRestOneIntervalForward) {
+TEST(MechExamples, FreeFallOneIntervalForwardAndBackward) {
     const double rph[3] = {0.0, 0.0, 0.0};
     NavState nav = state_at_rest(0.5, 100.0, rph);
     const double zero[2][3] = {};
@@ -160,15 +144,10 @@ TEST(MechExamples, FreeFallFromRestOneIntervalForward) {
     for (int i = 0; i < 3; ++i) {
         EXPECT_DOUBLE_EQ(nav.acc_n[i], nav.g_n[i]);
         EXPECT_DOUBLE_EQ(nav.v_n[i], 0.01 * nav.g_n[i]);
-        EXPECT_EQ(nav.f_n[i], 0.0);
     }
     EXPECT_NEAR(nav.llh[2], 100.0 - 0.5 * nav.g_n[2] * 1e-4, 1e-12);
-}
 
-TEST(MechExamples, FreeFallEndingAtRestOneIntervalBackward) {
-    const double rph[3] = {0.0, 0.0, 0.0};
-    NavState nav = state_at_rest(0.5, 100.0, rph);
-    const double zero[2][3] = {};
+    nav = state_at_rest(0.5, 100.0, rph);  // ending at rest
     dr_mech_backward(&nav, zero[0], zero[0], 1, kTl);
     // acc = g + Coriolis of the mid-stride velocity -0.005 g.
     double v_mid[3], w[3], cor[3];
@@ -254,9 +233,6 @@ TEST(MechPhysics, SteadyMotionNorthAndEastFollowsTheEllipsoid) {
         double d[3], dv_n[3];
         displacement_m(d, start, nav);
         for (int i = 0; i < 3; ++i) dv_n[i] = nav.v_n[i] - v_n[i];
-        printf("10 m/s %s for 10 s: along %.7f m, across %.3g m, dh %.3g m, |dv| %.3g m/s, att %.3g rad\n",
-               east ? "east" : "north", d[east], d[1 - east], d[2], absvect3d(dv_n),
-               quat_angle(nav.qbn, start.qbn));
         // The increments hold the start's Earth rate and radii; over 100 m
         // that leaves (measured) 7e-6 m along, 5e-7 m across, 2e-7 m/s, 6e-9 rad.
         EXPECT_NEAR(d[east], 100.0, 1e-4);
@@ -326,9 +302,6 @@ TEST(MechPhysics, ForwardThenBackwardReturnsToTheStart) {
     for (int e = 9; e >= 0; --e) dr_mech_backward(&nav, r.dth[10 * e], r.dv[10 * e], 10, kTl);
     double dv[3];
     for (int i = 0; i < 3; ++i) dv[i] = nav.v_n[i] - start.v_n[i];
-    printf("forward+backward 1 s: att %.3g rad, pos %.3g rad, |dv| %.3g m/s, dh %.3g m\n",
-           quat_angle(nav.qbn, start.qbn), quat_angle(nav.qne, start.qne), absvect3d(dv),
-           nav.llh[2] - start.llh[2]);
     EXPECT_LT(quat_angle(nav.qbn, start.qbn), 1e-9);
     EXPECT_LT(quat_angle(nav.qne, start.qne), 1e-12);
     EXPECT_LT(absvect3d(dv), 2e-7);
@@ -347,15 +320,11 @@ void expect_invariants(const NavState &nav, const NavState &start) {
     cbn2rph(rph, nav.cbn);
     EXPECT_EQ(memcmp(rph, nav.rph, sizeof rph), 0);
     cne2llh(llh, nav.cne);
-    EXPECT_EQ(llh[0], nav.llh[0]);
-    EXPECT_EQ(llh[1], nav.llh[1]);
-    EXPECT_EQ(nav.cos_lat, nav.cne[6]);
-    EXPECT_EQ(nav.sin_lat, -nav.cne[8]);
-    EXPECT_EQ(nav.cos_lon, nav.cne[4]);
-    EXPECT_EQ(nav.sin_lon, -nav.cne[1]);
+    EXPECT_TRUE(llh[0] == nav.llh[0] && llh[1] == nav.llh[1]);
+    EXPECT_TRUE(nav.cos_lat == nav.cne[6] && nav.sin_lat == -nav.cne[8]);
+    EXPECT_TRUE(nav.cos_lon == nav.cne[4] && nav.sin_lon == -nav.cne[1]);
     calc_radius(&rm, &rn, nav.sin_lat);
-    EXPECT_EQ(rm, nav.rm);
-    EXPECT_EQ(rn, nav.rn);
+    EXPECT_TRUE(rm == nav.rm && rn == nav.rn);
     calc_wie_n(wie, nav.llh[0]);
     EXPECT_EQ(memcmp(wie, nav.wie_n, sizeof wie), 0);
     // Transport rate of the new velocity: east velocity over the prime-vertical
