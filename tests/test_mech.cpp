@@ -8,31 +8,18 @@
 
 #include "dr_mech_stages.h"
 #include "drlib.h"
+#include "kf_test_util.h"
 
 namespace {
 
 constexpr double kTl = 0.01;
 constexpr double kDeg = 0.017453292519943295;
 
-// A record at rest at the given position and attitude with every derived
-// field filled (as the position and velocity start from GNSS fills them).
-NavState state_at_rest(double lat, double h, const double *rph) {
-    NavState nav;
-    memset(&nav, 0, sizeof nav);
-    nav.llh[0] = lat;
-    nav.llh[1] = 0.3;
-    nav.llh[2] = h;
-    llh2qne(nav.qne, nav.llh);
-    quat2dcm(nav.cne, nav.qne);
-    rph2qbn(nav.qbn, rph);
-    quat2dcm(nav.cbn, nav.qbn);
-    cbn2rph(nav.rph, nav.cbn);
-    nav.cos_lat = nav.cne[6];
-    nav.sin_lat = -nav.cne[8];
-    nav.cos_lon = nav.cne[4];
-    nav.sin_lon = -nav.cne[1];
-    calc_radius(&nav.rm, &nav.rn, nav.sin_lat);
-    calc_wie_n(nav.wie_n, lat);
+// A record with every derived field filled (as the start from GNSS fills
+// them) and the gravity of its place.
+NavState state_at_rest(double lat, double h, const double *rph, const double *v_n = nullptr) {
+    const double still[3] = {0.0, 0.0, 0.0};
+    NavState nav = kftest::make_nav(lat, 0.3, h, v_n ? v_n : still, rph);
     double r_e[3];
     llh2ecef(r_e, nav.llh);
     gravity_model_1971(nav.g_n, r_e, nav.cne, nav.rn, h);
@@ -40,12 +27,8 @@ NavState state_at_rest(double lat, double h, const double *rph) {
 }
 
 NavState moving_state() {
-    const double rph[3] = {0.1, -0.05, 2.0};
-    NavState nav = state_at_rest(0.6, 250.0, rph);
-    const double v_n[3] = {3.0, -2.0, 0.2};
-    memcpy(nav.v_n, v_n, sizeof v_n);
-    drlib::nframe_rate_over_earth(nav.wen_n, nav.v_n, &nav);
-    return nav;
+    const double rph[3] = {0.1, -0.05, 2.0}, v_n[3] = {3.0, -2.0, 0.2};
+    return state_at_rest(0.6, 250.0, rph, v_n);
 }
 
 // Rotation angle between two unit quaternions, rad (from the vector part of
@@ -171,9 +154,7 @@ TEST(MechExamples, FreeFallOneIntervalForwardAndBackward) {
 // Coriolis and centripetal terms that hold v_n constant. Exact increments
 // from the start state; returns the final state.
 NavState carried_by_nframe(const double *rph, const double *v_n, int steps, int per_call) {
-    NavState nav = state_at_rest(0.5, 100.0, rph);
-    memcpy(nav.v_n, v_n, sizeof nav.v_n);
-    drlib::nframe_rate_over_earth(nav.wen_n, nav.v_n, &nav);
+    NavState nav = state_at_rest(0.5, 100.0, rph, v_n);
     double w_n[3], w2[3], cor[3], f_n[3], w_b[3], f_b[3];
     for (int i = 0; i < 3; ++i) {
         w_n[i] = nav.wie_n[i] + nav.wen_n[i];

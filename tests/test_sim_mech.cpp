@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "drlib.h"
+#include "kf_test_util.h"
 #include "earth.h"
 #include "log_io.h"
 #include "sim_replay.h"
@@ -28,31 +29,9 @@ struct Tracking {
 // derived field the mechanization reads.
 NavState true_state(const drsim::Truth &truth, double t) {
     const drsim::TruthState s = truth.state(t);
-    NavState nav;
-    std::memset(&nav, 0, sizeof nav);
-    nav.llh[0] = s.imu_llh.lat;
-    nav.llh[1] = s.imu_llh.lon;
-    nav.llh[2] = s.imu_llh.h;
-    llh2qne(nav.qne, nav.llh);
-    quat2dcm(nav.cne, nav.qne);
-    const drsim::Quat q = drsim::quat_from_dcm(s.c_bn);
-    nav.qbn[0] = q.w;
-    nav.qbn[1] = q.x;
-    nav.qbn[2] = q.y;
-    nav.qbn[3] = q.z;
-    quat2dcm(nav.cbn, nav.qbn);
-    cbn2rph(nav.rph, nav.cbn);
-    nav.cos_lat = nav.cne[6];
-    nav.sin_lat = -nav.cne[8];
-    nav.cos_lon = nav.cne[4];
-    nav.sin_lon = -nav.cne[1];
-    calc_radius(&nav.rm, &nav.rn, nav.sin_lat);
-    calc_wie_n(nav.wie_n, nav.llh[0]);
-    for (int i = 0; i < 3; ++i) nav.v_n[i] = s.imu_v_n[i];
-    const double h = nav.llh[2];
-    nav.wen_n[0] = nav.v_n[1] / (nav.rn + h);
-    nav.wen_n[1] = -nav.v_n[0] / (nav.rm + h);
-    nav.wen_n[2] = -nav.v_n[1] * nav.sin_lat / (nav.cos_lat * (nav.rn + h));
+    const drsim::Vec3 rph = drsim::euler_from_dcm(s.c_bn);
+    const double rph_a[3] = {rph.x, rph.y, rph.z}, v_n[3] = {s.imu_v_n.x, s.imu_v_n.y, s.imu_v_n.z};
+    NavState nav = kftest::make_nav(s.imu_llh.lat, s.imu_llh.lon, s.imu_llh.h, v_n, rph_a);
     // Rate of change of v_n for the mid-stride extrapolation, by central difference.
     const drsim::TruthState a = truth.state(t - 0.001), b = truth.state(t + 0.001);
     for (int i = 0; i < 3; ++i) nav.acc_n[i] = (b.imu_v_n[i] - a.imu_v_n[i]) / 0.002;
