@@ -25,20 +25,6 @@ TEST(ScaleAndClassify, MatchLibm) {
     }
 }
 
-TEST(BitOps, ReverseAndPopulationCount) {
-    std::mt19937 rng(72);
-    for (int i = 0; i < 2000; ++i) {
-        const uint32_t x = rng();
-        uint32_t rev = 0, ones = 0;
-        for (uint32_t b = 0; b < 32U; ++b) {
-            rev |= ((x >> b) & 1U) << (31U - b);
-            ones += (x >> b) & 1U;
-        }
-        ASSERT_EQ(revertBits(x), rev) << x;
-        ASSERT_EQ(CountOnes(x), ones) << x;
-    }
-}
-
 TEST(IntSqrtAndLog, DenseSweeps) {
     for (uint32_t k = 0; k <= 65535U; ++k) {  // every square and both neighbours
         ASSERT_EQ(IntSqrt(k * k), k);
