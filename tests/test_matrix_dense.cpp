@@ -1,5 +1,5 @@
-// Small dense products against plain loops over every size up to 5 (where
-// index and remainder mistakes hide) and the 3x3 frame rotations.
+// Small dense products against plain loops over every size up to 5, where
+// index and remainder mistakes hide.
 #include <gtest/gtest.h>
 #include <math.h>
 #include <string.h>
@@ -44,26 +44,6 @@ TEST(DenseProducts, GeneralProductsMatchPlainLoopsAtEverySize) {
                     EXPECT_EQ(out[m * p], kSentinel);
                 }
             }
-}
-
-TEST(DenseProducts, IdentityLeavesMatrixUnchanged) {
-    double eye[16] = {}, b[12], out[12];
-    for (int i = 0; i < 4; ++i) eye[5 * i] = 1.0;
-    for (int i = 0; i < 12; ++i) b[i] = entry(3, i);
-    mtx_mul_mtx(out, eye, b, 4, 4, 3);
-    EXPECT_EQ(memcmp(out, b, sizeof b), 0);
-}
-
-TEST(DenseProducts, ThreeByThreeRotationAndItsTranspose) {
-    const double rph[3] = {0.4, -0.7, 2.5};
-    double q[4], c[9], v[3] = {1.0, -2.0, 0.5}, w[3], back[3];
-    rph2qbn(q, rph);
-    quat2dcm(c, q);
-    mtx_mul_vect_3d(w, c, v);
-    for (int r = 0; r < 3; ++r) EXPECT_EQ(w[r], c[3 * r] * v[0] + c[3 * r + 1] * v[1] + c[3 * r + 2] * v[2]);
-    EXPECT_NEAR(absvect3d(w), absvect3d(v), 1e-15);
-    mtxt_mul_vect_3d(back, c, w);
-    for (int i = 0; i < 3; ++i) EXPECT_NEAR(back[i], v[i], 1e-15);
 }
 
 }  // namespace

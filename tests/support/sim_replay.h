@@ -1,14 +1,14 @@
-// Feeds simulated input records through the library's own input staging
-// (validity, IMU ring, resampler, continuity), the way the update cycle does,
-// so that tests see exactly the increments the fusion engine would see.
+// Simulated sessions for the tests: records staged through the library's own
+// input path (validity, IMU ring, resampler, continuity) as the update cycle
+// stages them, and records as separate buffers a test may alter.
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "drlib.h"
 #include "log_io.h"
+#include "simulator.h"
 
 namespace simtest {
 
@@ -24,5 +24,12 @@ struct StagedEpoch {
 // Resets the staging state to the built-in configuration and stages every
 // record in order; stops at the first record the staging rejects.
 std::vector<StagedEpoch> stage_records(const std::vector<drsim::LogRecord> &records);
+
+// The records of a simulated log, each in its own buffer.
+std::vector<std::vector<uint8_t>> split_records(const std::vector<uint8_t> &log);
+
+// A quiet static session about duration_s long: ideal IMU on the 10 ms grid,
+// noise-free GNSS.
+std::vector<std::vector<uint8_t>> quiet_static_records(double duration_s);
 
 }  // namespace simtest
