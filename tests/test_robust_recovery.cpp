@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "drlib.h"
-#include "engine_replay.h"
+#include "sim_replay.h"
 
 namespace {
 
@@ -58,7 +58,7 @@ protected:
     static void SetUpTestSuite() {
         drsim::SimOptions opt;  // survey: still 20 s, then tilting; the bank decides once it moves
         opt.scenario.seed = 3;
-        s_log = new std::vector<Buf>(enginetest::SimRecords(opt));
+        s_log = new std::vector<Buf>(simtest::split_records(drsim::simulate(opt).log));
         Start();
         s_fresh = new Outcome(Feed(*s_log));
     }

@@ -18,7 +18,7 @@
 #include "dr_entry.h"
 #include "dr_global_var.h"
 #include "drlib.h"
-#include "engine_replay.h"
+#include "sim_replay.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ void OnTilt(const TiltStat *s) {
 TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
     drsim::SimOptions opt;
     opt.scenario.seed = 4;
-    const std::vector<Buf> pass = enginetest::SimRecords(opt);
+    const std::vector<Buf> pass = simtest::split_records(drsim::simulate(opt).log);
     const size_t passes = (kSessionEpochs + pass.size() - 1) / pass.size();
 
     DrlibInit(nullptr);
