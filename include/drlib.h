@@ -181,6 +181,15 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
 /* BEGIN SECTION public-interface */
 
 /*
+ * Robustness: no sequence of calls with any record contents (NaN or infinite
+ * values, any nsamples 0..255, any time tags or counts, any DrCfg) ends the
+ * host's process or leaves state behind: a refused record restarts the run,
+ * and the next valid run gives the same results, bit for bit, as after a
+ * fresh DrlibInit. The internal assertions (section 8) guard invariants that
+ * no host input can reach; the library is fuzzed for this with libFuzzer.
+ */
+
+/*
  * Calling order:
  *   DrlibInit                     once at start (again at any time to start afresh)
  *   DrlibRegisterCB               after DrlibInit (initialisation clears the callback)
