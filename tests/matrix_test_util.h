@@ -1,9 +1,12 @@
-// Dense reference arithmetic for the packed-matrix tests.
+// Dense reference algebra for the packed-matrix and filter tests: naive
+// full-matrix formulas that share nothing with the factored code under test,
+// and navigation and filter records built consistently.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <math.h>
+#include <string.h>
 #include <random>
 #include <vector>
 
@@ -32,10 +35,10 @@ inline Mat random_factor(std::mt19937 &rng, int n) {
 inline Mat unpack(const Mat &P, int n, bool symmetric) {
     Mat D(n * n, 0.0);
     for (int i = 0; i < n; ++i)
-        for (int j = 0; j <= i; ++j) D[i * n + j] = P[tri(i) + j];
-    if (symmetric)
-        for (int i = 0; i < n; ++i)
-            for (int j = i + 1; j < n; ++j) D[i * n + j] = D[j * n + i];
+        for (int j = 0; j <= i; ++j) {
+            D[i * n + j] = P[tri(i) + j];
+            if (symmetric) D[j * n + i] = D[i * n + j];
+        }
     return D;
 }
 inline Mat unpack_lower(const Mat &P, int n) { return unpack(P, n, false); }
@@ -83,3 +86,119 @@ inline ::testing::AssertionResult all_near(const Mat &got, const Mat &want, doub
 }
 
 }  // namespace mtest
+
+namespace kftest {
+
+// A dense matrix that carries its dimensions.
+struct Mat {
+    int rows, cols;
+    std::vector<double> a;
+    Mat(int r, int c) : rows(r), cols(c), a(static_cast<size_t>(r * c), 0.0) {}
+    double &operator()(int i, int j) { return a[static_cast<size_t>(i * cols + j)]; }
+    double operator()(int i, int j) const { return a[static_cast<size_t>(i * cols + j)]; }
+};
+
+inline Mat mul(const Mat &x, const Mat &y, bool y_transposed = false) {
+    Mat out(x.rows, y_transposed ? y.rows : y.cols);
+    out.a = mtest::mul(x.a, y_transposed ? mtest::transpose(y.a, y.rows, y.cols) : y.a, x.rows, x.cols, out.cols);
+    return out;
+}
+
+inline Mat add(Mat x, const Mat &y, double sy = 1.0) {
+    for (size_t k = 0; k < x.a.size(); ++k) x.a[k] += sy * y.a[k];
+    return x;
+}
+
+// Gauss-Jordan inverse of a symmetric positive definite matrix (no pivoting needed).
+inline Mat inverse(Mat x) {
+    const int n = x.rows;
+    Mat inv(n, n);
+    for (int i = 0; i < n; ++i) inv(i, i) = 1.0;
+    for (int c = 0; c < n; ++c) {
+        const double d = x(c, c);
+        for (int j = 0; j < n; ++j) x(c, j) /= d, inv(c, j) /= d;
+        for (int r = 0; r < n; ++r) {
+            const double f = r == c ? 0.0 : x(r, c);
+            for (int j = 0; j < n; ++j) x(r, j) -= f * x(c, j), inv(r, j) -= f * inv(c, j);
+        }
+    }
+    return inv;
+}
+
+// Largest element difference relative to the largest element of want.
+inline double rel_err(const Mat &got, const Mat &want) {
+    double d = 0.0, m = 0.0;
+    for (size_t k = 0; k < want.a.size(); ++k) d = fmax(d, fabs(got.a[k] - want.a[k])), m = fmax(m, fabs(want.a[k]));
+    return d / m;
+}
+
+// L L^T of a packed row-major lower triangle.
+inline Mat covariance(const double *L, int n) {
+    Mat p(n, n);
+    p.a = mtest::gram(mtest::unpack_lower(mtest::Mat(L, L + mtest::tri(n)), n), n, n);
+    return p;
+}
+
+// Adds s [v x] to the 3x3 block of m at (r0, c0).
+inline void put_skew(Mat &m, int r0, int c0, const double *v, double s) {
+    m(r0, c0 + 1) -= v[2] * s, m(r0, c0 + 2) += v[1] * s;
+    m(r0 + 1, c0) += v[2] * s, m(r0 + 1, c0 + 2) -= v[0] * s;
+    m(r0 + 2, c0) -= v[1] * s, m(r0 + 2, c0 + 1) += v[0] * s;
+}
+
+// Textbook update: K = P H^T (H P H^T + R)^-1, dx += K z, returns P - K H P.
+inline Mat textbook_update(const Mat &P, const Mat &H, const double *z, const double *r, Mat *dx) {
+    Mat R(H.rows, H.rows), zc(H.rows, 1);
+    for (int i = 0; i < H.rows; ++i) R(i, i) = r[i] * r[i], zc(i, 0) = z[i];
+    const Mat pht = mul(P, H, true);
+    const Mat K = mul(pht, inverse(add(mul(H, pht), R)));
+    if (dx) *dx = add(*dx, mul(K, zc));
+    return add(P, mul(mul(K, H), P), -1.0);
+}
+
+// A random packed factor, diagonals of either sign, row k of size scale[k].
+inline void random_factor(double *L, int n, std::mt19937_64 &rng) {
+    static const double scale[12] = {0.1, 0.1, 0.1, 0.05, 0.05, 0.5, 0.02, 0.02, 0.02, 1e-3, 1e-3, 1e-3};
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    for (int i = 0, k = 0; i < n; ++i)
+        for (int j = 0; j <= i; ++j, ++k) {
+            const double v = u(rng);
+            L[k] = scale[i] * (j == i ? copysign(0.3 + fabs(v), v) : 0.5 * v);
+        }
+}
+
+inline void transport_rate(double *w, const NavState &nav, const double *v) {
+    const double h = nav.llh[2];
+    w[0] = v[1] / (nav.rn + h);
+    w[1] = -v[0] / (nav.rm + h);
+    w[2] = -v[1] * nav.sin_lat / (nav.cos_lat * (nav.rn + h));
+}
+
+// A navigation state whose redundant fields agree.
+inline NavState make_nav(double lat, double lon, double h, const double *v_n, const double *rph) {
+    NavState nav;
+    memset(&nav, 0, sizeof nav);
+    nav.llh[0] = lat, nav.llh[1] = lon, nav.llh[2] = h;
+    llh2qne(nav.qne, nav.llh);
+    quat2dcm(nav.cne, nav.qne);
+    nav.cos_lat = nav.cne[6], nav.sin_lat = -nav.cne[8];
+    nav.cos_lon = nav.cne[4], nav.sin_lon = -nav.cne[1];
+    calc_radius(&nav.rm, &nav.rn, nav.sin_lat);
+    calc_wie_n(nav.wie_n, lat);
+    memcpy(nav.v_n, v_n, sizeof nav.v_n);
+    transport_rate(nav.wen_n, nav, v_n);
+    rph2qbn(nav.qbn, rph);
+    quat2dcm(nav.cbn, nav.qbn);
+    cbn2rph(nav.rph, nav.cbn);
+    return nav;
+}
+
+inline KfFilter make_filter(int n, const double *diag) {
+    KfFilter flt;
+    memset(&flt, 0, sizeof flt);
+    flt.state_dim = static_cast<uint8_t>(n);
+    for (int i = 0; i < n; ++i) flt.L[i * (i + 3) / 2] = diag ? diag[i] : 0.0;
+    return flt;
+}
+
+}  // namespace kftest

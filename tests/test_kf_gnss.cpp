@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "dr_global_var.h"
-#include "kf_test_util.h"
+#include "matrix_test_util.h"
 
 using kftest::Mat;
 

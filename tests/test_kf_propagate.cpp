@@ -3,7 +3,7 @@
 // psi-angle error model.
 #include <gtest/gtest.h>
 
-#include "kf_test_util.h"
+#include "matrix_test_util.h"
 
 using kftest::Mat;
 

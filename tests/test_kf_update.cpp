@@ -2,7 +2,7 @@
 // closed-loop feedback of the error state into the navigation state.
 #include <gtest/gtest.h>
 
-#include "kf_test_util.h"
+#include "matrix_test_util.h"
 
 using kftest::Mat;
 

@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "drlib.h"
-#include "kf_test_util.h"
+#include "matrix_test_util.h"
 #include "earth.h"
 #include "log_io.h"
 #include "sim_replay.h"
