@@ -52,6 +52,10 @@ Mat expected_covariance(const NavState &nav, int n, const double *L0, const doub
 TEST(KfPropagate, FactorMatchesCovarianceFormForEveryDimension) {
     std::mt19937_64 rng(20240611);
     std::uniform_real_distribution<double> u(-1.0, 1.0);
+    double q_ex[12];  // the bank filter's worked example
+    const double dth_close[3] = {0.002, -0.001, 0.0}, dv_close[3] = {0.001, -0.002, -0.0981};
+    step_noise(q_ex, 6, dth_close, dv_close);
+    EXPECT_NEAR(q_ex[2], 0.001481, 1e-15);
     for (int n : {6, 9, 12}) {
         for (int trial = 0; trial < 20; ++trial) {
             NavState nav;
@@ -73,23 +77,5 @@ TEST(KfPropagate, FactorMatchesCovarianceFormForEveryDimension) {
             KFInflatePMatrix(&flt, &nav, dtheta, dvel, kDt);
             EXPECT_LT(kftest::rel_err(kftest::covariance(flt.L, n), want), 1e-13) << "n = " << n;
         }
-    }
-}
-
-// From L = 0 with cbn = I, P+ = diag(q^2): the noise of each dimension alone.
-TEST(KfPropagate, StepNoiseOfEachDimension) {
-    const double dtheta[6] = {9.0, 9.0, 9.0, 0.002, -0.001, 0.0};  // the opening triple is ignored
-    const double dvel[6] = {9.0, 9.0, 9.0, 0.001, -0.002, -0.0981};
-    NavState nav;
-    memset(&nav, 0, sizeof nav);
-    nav.cbn[0] = nav.cbn[4] = nav.cbn[8] = 1.0;
-    for (int n : {6, 9, 12}) {
-        KfFilter flt = kftest::make_filter(n, nullptr);
-        KFInflatePMatrix(&flt, &nav, dtheta, dvel, kDt);
-        double q[12];
-        step_noise(q, n, dtheta + 3, dvel + 3);
-        for (int i = 0; i < n; ++i)
-            EXPECT_NEAR(sqrt(get_kf_state_variance(flt.L, i)), q[i], 1e-12 * q[i]) << n << "/" << i;
-        EXPECT_TRUE(n != 6 || std::fabs(q[2] - 0.001481) < 1e-15);  // worked example of the bank filter
     }
 }

@@ -69,15 +69,3 @@ TEST(EigDecomposeJacobi, RebuildsRandomSymmetricMatrices) {
         EXPECT_EQ(e2, e) << n;
     }
 }
-
-TEST(EigDecomposeJacobi, DiagonalAndOneByOneNeedNoRotation) {
-    double e[3], E[9], Sd[6] = {3.0, 0.0, -1.0, 0.0, 0.0, 7.0};
-    eig_decompose_jacobi(e, E, Sd, 3);
-    EXPECT_TRUE(all_near(Mat(e, e + 3), {3.0, -1.0, 7.0}, 0.0));
-    EXPECT_TRUE(all_near(Mat(E, E + 9), identity(3), 0.0));
-
-    double S1 = -4.5;
-    eig_decompose_jacobi(e, E, &S1, 1);
-    EXPECT_EQ(e[0], -4.5);
-    EXPECT_EQ(E[0], 1.0);
-}
