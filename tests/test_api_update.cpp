@@ -13,18 +13,12 @@
 
 namespace {
 
-using Record = std::vector<uint8_t>;
-
-int g_calls = 0;
-TiltStat g_stat;
-void OnTilt(const TiltStat *s) {
-    ++g_calls;
-    g_stat = *s;
-}
-
-DrInput &Header(Record &r) { return *reinterpret_cast<DrInput *>(r.data()); }
-ImuSample *Samples(Record &r) { return reinterpret_cast<ImuSample *>(r.data() + sizeof(DrInput)); }
-uint32_t Feed(const Record &r) { return DrlibUpdateFusion(reinterpret_cast<const DrInput *>(r.data())); }
+using simtest::g_tilt;
+using simtest::g_tilt_calls;
+using simtest::Record;
+constexpr auto Header = simtest::header;
+constexpr auto Samples = simtest::samples;
+constexpr auto Feed = simtest::feed;
 
 // Eight samples 2 ms apart right after the previous record's last one: valid
 // spacing, but the epoch's grid is not covered.
@@ -42,11 +36,7 @@ Record ShortOfTheGrid(Record prev, const Record &cur) {
 class UpdateCycle : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { records_ = simtest::quiet_static_records(6.0); }
-    void SetUp() override {
-        DrlibInit(nullptr);
-        DrlibRegisterCB(OnTilt);
-        g_calls = 0;
-    }
+    void SetUp() override { simtest::start_engine(); }
     void FeedFirst(size_t n) {
         for (size_t i = 0; i < n; ++i) ASSERT_EQ(Feed(records_[i]), 0u) << i;
     }
@@ -58,15 +48,15 @@ TEST_F(UpdateCycle, FirstRecordIsDeliveredInTheIdleForm) {
     Record r = records_[0];
     EXPECT_EQ(Feed(r), 0u);
     EXPECT_EQ(g_FusionInNum, 1u);
-    ASSERT_EQ(g_calls, 1);
+    ASSERT_EQ(g_tilt_calls, 1);
     const DrInput &h = Header(r);
-    EXPECT_EQ(g_stat.status, 0);
-    EXPECT_EQ(g_stat.tow_ms, h.tow_ms);
+    EXPECT_EQ(g_tilt.status, 0);
+    EXPECT_EQ(g_tilt.tow_ms, h.tow_ms);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(g_stat.att[i], 0.0);
-        EXPECT_EQ(g_stat.tip_pos[i], h.pos[i]);
-        EXPECT_EQ(g_stat.tip_std[i], 1.5f);
-        EXPECT_EQ(g_stat.tip_std_total[i], h.pos_std[i]);
+        EXPECT_EQ(g_tilt.att[i], 0.0);
+        EXPECT_EQ(g_tilt.tip_pos[i], h.pos[i]);
+        EXPECT_EQ(g_tilt.tip_std[i], 1.5f);
+        EXPECT_EQ(g_tilt.tip_std_total[i], h.pos_std[i]);
     }
 }
 
@@ -93,7 +83,7 @@ TEST_F(UpdateCycle, EveryResetPathEmptiesTheHistoryAndTheEngine) {
         Record bad = records_[20];
         c.edit(bad);
         EXPECT_EQ(Feed(bad), 1u);
-        EXPECT_EQ(g_calls, 20);
+        EXPECT_EQ(g_tilt_calls, 20);
         EXPECT_EQ(g_FusionInPos, 21u);
         EXPECT_EQ(g_FusionInNum, 0u);
         EXPECT_EQ(drlib::ImuDataWPos - drlib::ImuDataRPos, 0u);
@@ -117,7 +107,7 @@ TEST_F(UpdateCycle, ResetRequestKeepsTheHistoryCount) {
     DrlibReset();
     EXPECT_EQ(s_FltState, FLT_STATE_CONV);  // only a request
     EXPECT_EQ(Feed(records_[25]), 0u);
-    EXPECT_EQ(g_calls, 26);
+    EXPECT_EQ(g_tilt_calls, 26);
     EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
     EXPECT_EQ(g_FusionInNum, 26u);
     for (size_t i = 26; i < 30; ++i) ASSERT_EQ(Feed(records_[i]), 0u);

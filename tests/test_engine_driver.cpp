@@ -15,9 +15,8 @@
 
 namespace {
 
-using Record = std::vector<uint8_t>;
-
-uint32_t Feed(const Record &r) { return DrlibUpdateFusion(reinterpret_cast<const DrInput *>(r.data())); }
+using simtest::Record;
+constexpr auto Feed = simtest::feed;
 
 double Lij(const KfFilter &f, int i, int j) { return f.L[gk_L_start[i] + j]; }
 

@@ -22,30 +22,20 @@
 
 namespace {
 
-using Buf = std::vector<uint8_t>;
+using simtest::Record;
 
 constexpr uint32_t kWeekMs = 604800000u;
 constexpr uint32_t kPassPeriodMs = 135000u;       // whole seconds: the IMU stamps stay as they are
 constexpr size_t kSessionEpochs = 2 * 3600 * 10;  // two hours
 constexpr uint32_t kNearWrap = 0xFFFFFF00u;
 
-TiltStat g_stat;
-bool g_got = false;
-void OnTilt(const TiltStat *s) {
-    g_stat = *s;
-    g_got = true;
-}
-
 TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
     drsim::SimOptions opt;
     opt.scenario.seed = 4;
-    const std::vector<Buf> pass = simtest::split_records(drsim::simulate(opt).log);
+    const std::vector<Record> pass = simtest::split_records(drsim::simulate(opt).log);
     const size_t passes = (kSessionEpochs + pass.size() - 1) / pass.size();
 
-    DrlibInit(nullptr);
-    DrlibRegisterCB(OnTilt);
-    const double pole[3] = {0.0, 0.0, 1.892};
-    DrlibSetHwCfg(pole);
+    simtest::start_engine();
     // A library that has run for a long time: the history position about to wrap.
     const uint32_t pos0 = 0xFFFFFFFFu - 20000u;
     g_FusionInPos = pos0;
@@ -67,13 +57,13 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
         for (size_t i = 0; i < pass.size(); ++i) {
             if (drop_pass && i == 700) continue;
             if (reset_pass && i == 600) DrlibReset();
-            Buf b = pass[i];
-            DrInput &h = *reinterpret_cast<DrInput *>(b.data());
+            Record b = pass[i];
+            DrInput &h = simtest::header(b);
             const uint32_t tow = h.tow_ms + tow0 + static_cast<uint32_t>(p) * kPassPeriodMs;
             h.tow_ms = tow % kWeekMs;
             crossed_week |= tow >= kWeekMs && h.tow_ms < 1000u;
             h.seq = seq0 + static_cast<uint32_t>(fed);
-            g_got = false;
+            const int calls = simtest::g_tilt_calls;
             if (p == 0 && i == 0) h.version = 0;  // every pass then starts its run with record 1
             const uint32_t pos_before = g_FusionInPos;
             const uint32_t result = DrlibUpdateFusion(&h);
@@ -88,12 +78,12 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
                 drlib::ImuDataWPos = drlib::ImuDataRPos = kNearWrap + static_cast<uint32_t>(p);
                 continue;
             }
-            ASSERT_TRUE(g_got);
+            ASSERT_EQ(simtest::g_tilt_calls, calls + 1);
             const FusionIn &newest = GET_FUSION_IN(g_FusionInPos - 1u, 0u);
             ASSERT_EQ(newest.pos_index, g_FusionInPos - 1u);
             ASSERT_LT(drlib::ImuDataWPos - drlib::ImuDataRPos, 64u);
             ASSERT_LE(g_FusionInNum, 512u);
-            TiltStat s = g_stat;
+            TiltStat s = simtest::g_tilt;
             s.tow_ms = 0;
             if (p == 0) {
                 first_pass[i] = s;

@@ -63,4 +63,18 @@ std::vector<std::vector<uint8_t>> quiet_static_records(double duration_s) {
     return split_records(drsim::simulate(opt).log);
 }
 
+TiltStat g_tilt;
+int g_tilt_calls = 0;
+
+void start_engine() {
+    DrlibInit(nullptr);
+    DrlibRegisterCB([](const TiltStat *s) {
+        g_tilt = *s;
+        ++g_tilt_calls;
+    });
+    const double pole_m[3] = {0.0, 0.0, 1.892};
+    DrlibSetHwCfg(pole_m);
+    g_tilt_calls = 0;
+}
+
 }  // namespace simtest

@@ -32,4 +32,17 @@ std::vector<std::vector<uint8_t>> split_records(const std::vector<uint8_t> &log)
 // noise-free GNSS.
 std::vector<std::vector<uint8_t>> quiet_static_records(double duration_s);
 
+// One record in its own buffer, to alter and feed.
+using Record = std::vector<uint8_t>;
+inline DrInput &header(Record &r) { return *reinterpret_cast<DrInput *>(r.data()); }
+inline ImuSample *samples(Record &r) { return reinterpret_cast<ImuSample *>(r.data() + sizeof(DrInput)); }
+inline uint32_t feed(const Record &r) { return DrlibUpdateFusion(reinterpret_cast<const DrInput *>(r.data())); }
+
+// The newest tilt status delivered and the number of deliveries since start_engine.
+extern TiltStat g_tilt;
+extern int g_tilt_calls;
+// DrlibInit without a configuration, the standard 1.892 m pole, and a
+// callback that keeps g_tilt.
+void start_engine();
+
 }  // namespace simtest
