@@ -157,22 +157,4 @@ TEST_F(Driver, PromotionInflatesTheFactorAndSeedsTheBiasStates) {
     }
 }
 
-TEST_F(Driver, TooLargeTipVarianceEndsTheMainFilter) {
-    PrepareWinnerAtNextSecond();
-    FeedRange(20, 22);
-    ASSERT_EQ(s_FltState, FLT_STATE_MAIN);
-    // A tilt uncertainty of 0.2 rad on a 1.892 m pole.
-    for (int r = 3; r < 6; ++r)
-        for (int j = 0; j <= r; ++j) FltMain.L[gk_L_start[r] + j] = (j == r) ? 0.2 : 0.0;
-    // (A cycle would shrink the tilt part again at once: compose directly.)
-    TiltStat stat;
-    ComposeTiltStat(&stat, drlib::hwcfg.lever);
-    EXPECT_EQ(stat.status, 0);
-    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
-    FeedRange(22, 30);
-    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
-    FeedRange(30, 31);  // the bank restarts at the next whole second
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
-}
-
 }  // namespace

