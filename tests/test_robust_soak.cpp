@@ -45,14 +45,13 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
     const uint32_t seq0 = 0xFFFFFFFFu - 30000u;
 
     std::vector<TiltStat> first_pass(pass.size());
-    size_t fed = 0, compared = 0, disturbed_passes = 0;
+    size_t fed = 0, compared = 0;
     bool crossed_week = false;
     double max_settled_diff = 0.0;  // m, tip after a disturbance against the first pass
     for (size_t p = 0; p < passes; ++p) {
         // Every third pass gets a reset request at 60 s, every fifth loses a record at 70 s.
         const bool reset_pass = p % 3 == 2, drop_pass = p % 5 == 4;
         const size_t disturbed_at = reset_pass ? 600 : drop_pass ? 700 : pass.size();
-        disturbed_passes += (reset_pass || drop_pass) ? 1 : 0;
         long fix_after_disturbance = -1;
         for (size_t i = 0; i < pass.size(); ++i) {
             if (drop_pass && i == 700) continue;
@@ -112,13 +111,10 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
     EXPECT_TRUE(crossed_week);
     EXPECT_EQ(g_FusionInPos, pos0 + static_cast<uint32_t>(fed));
     EXPECT_LT(g_FusionInPos, pos0) << "the history position has wrapped";
-    EXPECT_GT(disturbed_passes, 10u);
     EXPECT_GT(compared, 10u);
     // A bank restarted in motion may settle on a heading a few degrees off
     // (measured 0.6 m at the tip at worst); far below that lies divergence.
     EXPECT_LT(max_settled_diff, 1.0);
-    RecordProperty("max_settled_tip_diff_mm", static_cast<int>(max_settled_diff * 1000.0));
-    RecordProperty("epochs", static_cast<int>(fed));
 }
 
 }  // namespace

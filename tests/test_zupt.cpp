@@ -66,11 +66,10 @@ private:
 };
 
 struct Motion {
-    double vel_e[3] = {0.0, 0.0, 0.0};           // m/s
-    double force_b[3] = {0.12, -0.25, -9.80};    // m/s^2
-    double rate_b[3] = {0.002, -0.001, 0.0005};  // rad/s: what a still gyro reads
-    double force_noise = 0.004;                  // m/s^2, 1 sigma
-    double rate_noise = 0.0004;                  // rad/s, 1 sigma
+    double vel_e[3] = {0.0, 0.0, 0.0};                // m/s
+    double force_b[3] = {0.12, -0.25, -9.80};         // m/s^2
+    double rate_b[3] = {0.002, -0.001, 0.0005};       // rad/s: what a still gyro reads
+    double force_noise = 0.004, rate_noise = 0.0004;  // m/s^2 and rad/s, 1 sigma
 };
 
 class Standstill : public ::testing::Test {
@@ -159,10 +158,7 @@ TEST_F(Standstill, VelocityAndSensorLimits) {
     while (a2 + fast * fast <= 0.0016) fast = std::nextafter(fast, 1.0);
     while (a2 + exact * exact > 0.0016) exact = std::nextafter(exact, 0.0);
     ASSERT_EQ(a2 + exact * exact, 0.0016);
-    const struct {
-        double vel[3], force_noise, rate_noise, rate_x;
-        bool accepted;
-    } cases[] = {
+    const struct { double vel[3], force_noise, rate_noise, rate_x; bool accepted; } cases[] = {
         {{0.0, 0.0, -0.03}, 0.004, 0.0004, 0.002, true},
         {{0.0, std::nextafter(0.03, 1.0), 0.0}, 0.004, 0.0004, 0.002, false},
         {{0.02, 0.02, exact}, 0.004, 0.0004, 0.002, true},
@@ -179,8 +175,7 @@ TEST_F(Standstill, VelocityAndSensorLimits) {
         m.rate_noise = c.rate_noise;
         m.rate_b[0] = c.rate_x;
         push(m, 30);
-        EXPECT_EQ(update_accepted(), c.accepted) << c.vel[1] << " " << c.vel[2] << " " << c.force_noise << " "
-                                                 << c.rate_noise << " " << c.rate_x;
+        EXPECT_EQ(update_accepted(), c.accepted) << &c - cases;
     }
 }
 
