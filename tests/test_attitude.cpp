@@ -109,6 +109,10 @@ TEST(AttitudeRotationVector, SeriesBelowPiClosedFormFromPi) {
     rotvec2quat(q, small);
     EXPECT_NEAR(q[0], cos(0.0065), 1e-16);
     EXPECT_NEAR(q[3], 0.012 * sin(0.0065) / 0.013, 1e-17);
+    // Just below pi the truncated series is used, close to but not the exact values.
+    const double below[3] = {3.1, 0, 0};
+    rotvec2quat(q, below);
+    EXPECT_TRUE(q[0] != cos(1.55) && fabs(q[0] - cos(1.55)) < 1e-3);
     const double at_pi[3] = {kPi, 0, 0};
     rotvec2quat(q, at_pi);
     EXPECT_EQ(q[0], 6.123233995736766e-17);
