@@ -63,10 +63,7 @@ TEST_F(UpdateCycle, FirstRecordIsDeliveredInTheIdleForm) {
 // A bad record after 20 good ones (bank running, calibration on) is refused
 // without a callback, and the run of entries, the ring and the engine go.
 TEST_F(UpdateCycle, EveryResetPathEmptiesTheHistoryAndTheEngine) {
-    const struct {
-        const char *what;
-        void (*edit)(Record &);
-    } cases[] = {
+    const struct { const char *what; void (*edit)(Record &); } cases[] = {
         {"invalid record", [](Record &r) { Header(r).version = 3; }},
         {"repeated stamp", [](Record &r) { Samples(r)[3].time_us = Samples(r)[2].time_us; }},
         {"repeated sequence number", [](Record &r) { Header(r).seq -= 1; }},

@@ -111,11 +111,7 @@ TEST_F(Driver, TwoSeparateClustersSendTheBankBackToIdle) {
 // sign the triangularisation gives its first diagonal (negating column 0 of
 // the bank's factors leaves P alone and flips it).
 TEST_F(Driver, PromotionInflatesTheFactorAndSeedsTheBiasStates) {
-    const struct {
-        bool cfg;
-        double zupt_var_y, flip;
-        double bias[3], bias_std;
-    } cases[] = {
+    const struct { bool cfg; double zupt_var_y, flip; double bias[3], bias_std; } cases[] = {
         {false, 1e-6, 1.0, {1e-4, -2e-4, 3e-4}, 0.001 + 0.00010471975511965978},
         {true, 2e-6, 1.0, {0.001, -0.001, 0.0}, 0.0011635528346628863},
         {false, 2e-6, -1.0, {0.0, 0.0, 0.0}, 0.003490658503988659},

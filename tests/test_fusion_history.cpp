@@ -91,10 +91,7 @@ TEST_F(Resampler, JitteredSamplesFollowASmoothProfile) {
     ClearFusionInHistory();
     for (uint32_t n = 0; n < 60; ++n) {
         const uint32_t tow_ms = 100300u + 100u * n;  // runs across several whole seconds
-        struct {
-            DrInput h;
-            ImuSample s[10];
-        } rec{};
+        struct { DrInput h; ImuSample s[10]; } rec{};
         rec.h.nsamples = 10;
         for (uint32_t i = 0; i < 10; ++i) {
             const int64_t t_us = int64_t(tow_ms) * 1000 - 95000 + 10000 * int64_t(i) + jitter_us(rng);

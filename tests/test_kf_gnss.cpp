@@ -91,10 +91,7 @@ TEST(KfGnssUpdate, ResetsPositionToDisplacedAntenna) {
 // H = [I3 | -[a x] | 0] and the floored deviations.
 TEST(KfGnssUpdate, VelocityDeviationsAreFlooredBeforeTheUpdate) {
     const Scene s = make_scene(kRph, kVantN, kWib);
-    const struct {
-        float reported[3];
-        double used[3];
-    } cases[] = {
+    const struct { float reported[3]; double used[3]; } cases[] = {
         {{0.005f, 0.02f, 0.01f}, {0.008, 0.02, 0.015}},
         {{0.05f, 0.007f, 0.2f}, {0.05, 0.008, 0.2}},
     };
