@@ -43,16 +43,13 @@ TEST(ApiVersion, FullTextAndTruncation) {
 
 TEST(ApiConfig, NullConfigGivesDefaultsAndMountingOnlyBelowTheLimit) {
     DrCfg cfg = drlib::drcfg16470;
-    cfg.mount_rph[0] = 0.02;
-    cfg.mount_rph[1] = -0.02;
-    cfg.mount_rph[2] = 0.02;
+    const double rph[3] = {0.02, -0.02, 0.01};
+    std::memcpy(cfg.mount_rph, rph, sizeof rph);
     DrlibInit(&cfg);
-    // Rz(h) Ry(p) Rx(r) of the configured angles, written out.
-    const double r = 0.02, p = -0.02, h = 0.02;
-    EXPECT_NEAR(s_cub.dcm[2], std::cos(h) * std::sin(p) * std::cos(r) + std::sin(h) * std::sin(r), 1e-12);
-    EXPECT_NEAR(s_cub.dcm[6], -std::sin(p), 1e-12);
-    EXPECT_NEAR(s_cub.dcm[7], std::cos(p) * std::sin(r), 1e-12);
-    EXPECT_NEAR(s_cub.dcm[3], std::sin(h) * std::cos(p), 1e-12);
+    double q[4], m[9];  // the body-to-n convention of the attitude (Rz Ry Rx)
+    rph2qbn(q, rph);
+    quat2dcm(m, q);
+    for (int k = 0; k < 9; ++k) EXPECT_NEAR(s_cub.dcm[k], m[k], 1e-12) << k;
     cfg.mount_rph[2] = -0.020943951023931952;  // one angle at 1.2 deg: no mounting at all
     DrlibUpdateCfg(&cfg);
     EXPECT_TRUE(IsIdentity(s_cub.dcm));
