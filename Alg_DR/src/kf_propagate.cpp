@@ -7,6 +7,7 @@
 
 #include "drlib.h"
 #include "kf_dims.h"
+#include "matrix_packed.h"
 
 namespace {
 
@@ -79,6 +80,72 @@ void set_noise_diagonal(double *ext, int32_t n, int32_t first, double value) {
     for (int32_t k = first; k < first + 3; ++k) ext[k * stride + n + k] = value;
 }
 
+// Noise columns 0..end-1 are the ones row i of [Phi L | G] can hold when its
+// reflection comes: G is block diagonal (two 3x3 blocks, then a diagonal),
+// and the reflections of the rows above spread only over their own blocks.
+int32_t noise_reach(int32_t i) {
+    if (i < kKfAtt) return kKfAtt;
+    if (i < kKfAccBias) return kKfAccBias;
+    return i + 1;
+}
+
+struct ColumnRange {
+    int32_t begin;
+    int32_t end;
+};
+
+// The columns of Phi row i outside which it is zero by construction;
+// returns how many ranges (at most two) it filled in.
+int32_t phi_row_ranges(ColumnRange *ranges, int32_t i, int32_t n) {
+    if (i < kKfAtt) {
+        ranges[0] = {kKfVel, n > kKfAccBiasStates ? kKfAccBias + 3 : kKfAtt + 3};
+        return 1;
+    }
+    if (i < kKfAccBias) {
+        ranges[0] = {kKfAtt, kKfAtt + 3};
+        if (n <= kKfGyroBiasStates) return 1;
+        ranges[1] = {kKfGyroBias, kKfGyroBias + 3};
+        return 2;
+    }
+    ranges[0] = {i, i + 1};  // bias states: unit diagonal
+    return 1;
+}
+
+// Writes Phi L into the state half of the compound matrix. Each element is
+// the sum of CalcAL2EM, k ascending from 0.0, with the products by the
+// structural zeros of Phi left out (they add exact zeros).
+void transition_times_factor(double *ext, const double *phi, const double *L, int32_t n) {
+    const int32_t stride = 2 * n;
+    for (int32_t i = 0; i < n; ++i) {
+        double *E_row = ext + i * stride;
+        for (int32_t j = 0; j < n; ++j) E_row[j] = 0.0;
+        ColumnRange ranges[2];
+        const int32_t count = phi_row_ranges(ranges, i, n);
+        for (int32_t r = 0; r < count; ++r) {
+            for (int32_t k = ranges[r].begin; k < ranges[r].end; ++k) {
+                const double a = phi[i * n + k];
+                const drlib::f64x2 a2 = drlib::splat2(a);
+                const double *L_row = L + gk_L_start[k];
+                int32_t j = 0;
+                for (; j < k; j += 2) {
+                    drlib::store2(E_row + j, drlib::load2(E_row + j) + a2 * drlib::load2(L_row + j));
+                }
+                if (j == k) E_row[j] += a * L_row[j];
+            }
+        }
+    }
+}
+
+// Clears the noise columns that the triangularisation will read.
+void clear_noise_half(double *ext, int32_t n) {
+    const int32_t stride = 2 * n;
+    for (int32_t i = 0; i < n; ++i) {
+        double *g = ext + i * stride + n;
+        const int32_t reach = noise_reach(i);
+        for (int32_t c = 0; c < reach; ++c) g[c] = 0.0;
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -137,17 +204,21 @@ DRLIB_API void KFInflatePMatrix(KfFilter *flt, const NavState *nav, const double
     double ext[kKfMaxStates * 2 * kKfMaxStates];
     double phi[kKfMaxStates * kKfMaxStates];
     double work[2 * kKfMaxStates];
-    F64ToZeros(ext, static_cast<uint32_t>(n * 2 * n) * 8u);
     KFCalcPsiMatrix(phi, nav, n, dt);
-    CalcAL2EM(ext, phi, flt->L, n);
+    transition_times_factor(ext, phi, flt->L, n);
 
     // White noise enters in body axes, so its factor is rotated into n.
+    clear_noise_half(ext, n);
     set_noise_block(ext, n, kKfVel, nav->cbn, q_a);
     set_noise_block(ext, n, kKfAtt, nav->cbn, q_g);
     if (n > kKfAccBiasStates) set_noise_diagonal(ext, n, kKfAccBias, kAccBiasWalk * dt);
     if (n > kKfGyroBiasStates) set_noise_diagonal(ext, n, kKfGyroBias, kGyroBiasWalk * dt);
 
-    lq_decompose(flt->L, ext, n, 2 * n, work);
+    // Entries outside the reach of each row are never read: they are zero
+    // in [Phi L | G] and stay zero through the reflections above.
+    int32_t row_end[kKfMaxStates];
+    for (int32_t i = 0; i < n; ++i) row_end[i] = n + noise_reach(i);
+    drlib::lq_decompose_reach(flt->L, ext, n, 2 * n, work, row_end);
 }
 
 DRLIB_API void ImuSampCorr(double *out, const double *in, const double *bias, int32_t count) {
