@@ -2,6 +2,7 @@
 // triangularisation that carries every square-root covariance update, the
 // triangular inverse and the decoupling of one state from a factor.
 #include <math.h>
+#include <stddef.h>
 
 #include "drlib.h"
 #include "matrix_packed.h"
@@ -48,50 +49,52 @@ double dot(const double *__restrict x, const double *__restrict y, int32_t len) 
     return s;
 }
 
-// Applies I - 2 w w^T (w unit, len entries from the first column passed) to
-// rows k_first..n-1 of A, two rows per pass so that w is loaded once for both.
-void reflect_rows(double *A, int32_t m, int32_t k_first, int32_t n, const double *__restrict w,
-                  int32_t len) {
+// Applies I - 2 w w^T (w unit, len entries) to R rows spaced m apart, all
+// in one pass, so that each pair of w is loaded once for all of them.
+template <size_t R>
+void reflect_block(double *first, int32_t m, const double *__restrict w, int32_t len) {
+    double *row[R];
+    f64x2 acc[R];
+#pragma GCC unroll 4
+    for (size_t r = 0; r < R; ++r) {
+        row[r] = first + static_cast<int32_t>(r) * m;
+        acc[r] = splat2(0.0);
+    }
     const int32_t pairs_end = len & ~1;
+    for (int32_t j = 0; j < pairs_end; j += 2) {
+        const f64x2 wj = load2(w + j);
+#pragma GCC unroll 4
+        for (size_t r = 0; r < R; ++r) acc[r] += load2(row[r] + j) * wj;
+    }
+    double t[R];
+    f64x2 t2[R];
+#pragma GCC unroll 4
+    for (size_t r = 0; r < R; ++r) {
+        double s = acc[r][0] + acc[r][1];
+        if (pairs_end < len) s += row[r][pairs_end] * w[pairs_end];
+        t[r] = s + s;
+        t2[r] = splat2(t[r]);
+    }
+    for (int32_t j = 0; j < pairs_end; j += 2) {
+        const f64x2 wj = load2(w + j);
+#pragma GCC unroll 4
+        for (size_t r = 0; r < R; ++r) store2(row[r] + j, load2(row[r] + j) - wj * t2[r]);
+    }
+    if (pairs_end < len) {
+#pragma GCC unroll 4
+        for (size_t r = 0; r < R; ++r) row[r][pairs_end] -= w[pairs_end] * t[r];
+    }
+}
+
+// Applies I - 2 w w^T to rows k_first..n-1 of A, four rows per pass.
+void reflect_rows(double *A, int32_t m, int32_t k_first, int32_t n, const double *w, int32_t len) {
     int32_t k = k_first;
-    for (; k + 1 < n; k += 2) {
-        double *__restrict a = A + k * m;
-        double *__restrict b = a + m;
-        f64x2 acc_a = splat2(0.0);
-        f64x2 acc_b = splat2(0.0);
-        for (int32_t j = 0; j < pairs_end; j += 2) {
-            const f64x2 wj = load2(w + j);
-            acc_a += load2(a + j) * wj;
-            acc_b += load2(b + j) * wj;
-        }
-        double ta = acc_a[0] + acc_a[1];
-        double tb = acc_b[0] + acc_b[1];
-        if (pairs_end < len) {
-            ta += a[pairs_end] * w[pairs_end];
-            tb += b[pairs_end] * w[pairs_end];
-        }
-        ta = ta + ta;
-        tb = tb + tb;
-        const f64x2 ta2 = splat2(ta);
-        const f64x2 tb2 = splat2(tb);
-        for (int32_t j = 0; j < pairs_end; j += 2) {
-            const f64x2 wj = load2(w + j);
-            store2(a + j, load2(a + j) - wj * ta2);
-            store2(b + j, load2(b + j) - wj * tb2);
-        }
-        if (pairs_end < len) {
-            a[pairs_end] -= w[pairs_end] * ta;
-            b[pairs_end] -= w[pairs_end] * tb;
-        }
+    for (; k + 3 < n; k += 4) reflect_block<4>(A + k * m, m, w, len);
+    if (k + 1 < n) {
+        reflect_block<2>(A + k * m, m, w, len);
+        k += 2;
     }
-    if (k < n) {
-        double *__restrict a = A + k * m;
-        double t = dot(a, w, len);
-        t = t + t;
-        const f64x2 t2 = splat2(t);
-        for (int32_t j = 0; j < pairs_end; j += 2) store2(a + j, load2(a + j) - load2(w + j) * t2);
-        if (pairs_end < len) a[pairs_end] -= w[pairs_end] * t;
-    }
+    if (k < n) reflect_block<1>(A + k * m, m, w, len);
 }
 
 // Householder step for row i, whose columns from row_end on are zero: takes
@@ -101,7 +104,9 @@ void triangularise_row(double *L, double *A, int32_t n, int32_t m, double *work,
                        int32_t row_end) {
     double *row = A + i * m;
     double *L_row = L + gk_L_start[i];
-    for (int32_t j = 0; j < i; ++j) L_row[j] = row[j];
+    int32_t j = 0;
+    for (; j + 1 < i; j += 2) store2(L_row + j, load2(row + j));
+    if (j < i) L_row[j] = row[j];
 
     const int32_t len = row_end - i;
     const double s = dot(row + i, row + i, len);
@@ -119,7 +124,7 @@ void triangularise_row(double *L, double *A, int32_t n, int32_t m, double *work,
     }
     work[0] = (x + sigma) / d;
     const f64x2 d2 = splat2(d);
-    int32_t j = 1;
+    j = 1;
     for (; j + 1 < len; j += 2) store2(work + j, load2(row + i + j) / d2);
     if (j < len) work[j] = row[i + j] / d;
     reflect_rows(A + i, m, i + 1, n, work, len);
