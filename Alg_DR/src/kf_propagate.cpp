@@ -4,6 +4,7 @@
 // LQ factor of the compound matrix [Phi L | G], which keeps P+ symmetric and
 // positive semidefinite by construction.
 #include <math.h>
+#include <stddef.h>
 
 #include "drlib.h"
 #include "kf_dims.h"
@@ -94,21 +95,60 @@ struct ColumnRange {
     int32_t end;
 };
 
-// The columns of Phi row i outside which it is zero by construction;
-// returns how many ranges (at most two) it filled in.
-int32_t phi_row_ranges(ColumnRange *ranges, int32_t i, int32_t n) {
-    if (i < kKfAtt) {
-        ranges[0] = {kKfVel, n > kKfAccBiasStates ? kKfAccBias + 3 : kKfAtt + 3};
-        return 1;
+// Rows of Phi that share their non-zero columns: the three velocity rows,
+// the three attitude rows, then each bias row on its own (unit diagonal).
+struct PhiRowGroup {
+    int32_t first_row;
+    int32_t rows;
+    int32_t range_count;
+    ColumnRange ranges[2];
+};
+
+PhiRowGroup phi_row_group(int32_t first_row, int32_t n) {
+    if (first_row == kKfVel) {
+        const int32_t end = n > kKfAccBiasStates ? kKfAccBias + 3 : kKfAtt + 3;
+        return {kKfVel, 3, 1, {{kKfVel, end}, {0, 0}}};
     }
-    if (i < kKfAccBias) {
-        ranges[0] = {kKfAtt, kKfAtt + 3};
-        if (n <= kKfGyroBiasStates) return 1;
-        ranges[1] = {kKfGyroBias, kKfGyroBias + 3};
-        return 2;
+    if (first_row == kKfAtt) {
+        const int32_t count = n > kKfGyroBiasStates ? 2 : 1;
+        return {kKfAtt, 3, count, {{kKfAtt, kKfAtt + 3}, {kKfGyroBias, kKfGyroBias + 3}}};
     }
-    ranges[0] = {i, i + 1};  // bias states: unit diagonal
-    return 1;
+    return {first_row, 1, 1, {{first_row, first_row + 1}, {0, 0}}};
+}
+
+// Adds Phi(row, k) L(k, j), j = 0..k, to each row of the group (row stride
+// 2n in the compound matrix), for every k of the group's ranges in
+// ascending order; each row of L is loaded once for the whole group.
+template <size_t R>
+void add_group_products(double *ext, const double *phi, const double *L, int32_t n,
+                        const PhiRowGroup &g) {
+    double *E_row[R];
+#pragma GCC unroll 3
+    for (size_t r = 0; r < R; ++r) E_row[r] = ext + (g.first_row + static_cast<int32_t>(r)) * 2 * n;
+    for (int32_t c = 0; c < g.range_count; ++c) {
+        for (int32_t k = g.ranges[c].begin; k < g.ranges[c].end; ++k) {
+            const double *L_row = L + gk_L_start[k];
+            double a[R];
+            drlib::f64x2 a2[R];
+#pragma GCC unroll 3
+            for (size_t r = 0; r < R; ++r) {
+                a[r] = phi[(g.first_row + static_cast<int32_t>(r)) * n + k];
+                a2[r] = drlib::splat2(a[r]);
+            }
+            int32_t j = 0;
+            for (; j < k; j += 2) {
+                const drlib::f64x2 l = drlib::load2(L_row + j);
+#pragma GCC unroll 3
+                for (size_t r = 0; r < R; ++r) {
+                    drlib::store2(E_row[r] + j, drlib::load2(E_row[r] + j) + a2[r] * l);
+                }
+            }
+            if (j == k) {
+#pragma GCC unroll 3
+                for (size_t r = 0; r < R; ++r) E_row[r][j] += a[r] * L_row[j];
+            }
+        }
+    }
 }
 
 // Writes Phi L into the state half of the compound matrix. Each element is
@@ -118,21 +158,19 @@ void transition_times_factor(double *ext, const double *phi, const double *L, in
     const int32_t stride = 2 * n;
     for (int32_t i = 0; i < n; ++i) {
         double *E_row = ext + i * stride;
-        for (int32_t j = 0; j < n; ++j) E_row[j] = 0.0;
-        ColumnRange ranges[2];
-        const int32_t count = phi_row_ranges(ranges, i, n);
-        for (int32_t r = 0; r < count; ++r) {
-            for (int32_t k = ranges[r].begin; k < ranges[r].end; ++k) {
-                const double a = phi[i * n + k];
-                const drlib::f64x2 a2 = drlib::splat2(a);
-                const double *L_row = L + gk_L_start[k];
-                int32_t j = 0;
-                for (; j < k; j += 2) {
-                    drlib::store2(E_row + j, drlib::load2(E_row + j) + a2 * drlib::load2(L_row + j));
-                }
-                if (j == k) E_row[j] += a * L_row[j];
-            }
+        int32_t j = 0;
+        for (; j + 1 < n; j += 2) drlib::store2(E_row + j, drlib::splat2(0.0));
+        if (j < n) E_row[j] = 0.0;
+    }
+    int32_t row = 0;
+    while (row < n) {
+        const PhiRowGroup g = phi_row_group(row, n);
+        if (g.rows == 3) {
+            add_group_products<3>(ext, phi, L, n, g);
+        } else {
+            add_group_products<1>(ext, phi, L, n, g);
         }
+        row += g.rows;
     }
 }
 
