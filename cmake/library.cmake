@@ -12,6 +12,11 @@ set_target_properties(drlib_obj PROPERTIES
 target_compile_definitions(drlib_obj PRIVATE DRLIB_BUILDING)
 target_compile_options(drlib_obj PRIVATE ${DRLIB_WARNINGS}
   -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables)
+# The filter kernels are short loops over small matrices; -O3 vectorises and
+# unrolls them (about 5% fewer instructions per epoch than -O2, measured with
+# scripts/bench.sh). Without -ffast-math no operation is reordered, so the
+# results keep their bits on every target.
+target_compile_options(drlib_obj PRIVATE $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
 target_include_directories(drlib_obj PUBLIC
   ${PROJECT_SOURCE_DIR}/include
   ${PROJECT_SOURCE_DIR}/Alg_DR/src

@@ -22,34 +22,55 @@ void step_noise(double *q, int n, const double *dth_close, const double *dv_clos
     }
 }
 
-Mat expected_covariance(const NavState &nav, int n, const double *L0, const double *dtheta,
-                        const double *dvel) {
-    Mat phi(n, n), g(n, n);
+// The transition matrix and noise factor of one step, written out densely.
+struct StepModel {
+    Mat phi, g;
+};
+
+StepModel step_model(const NavState &nav, int n, const double *dtheta, const double *dvel) {
+    StepModel s{Mat(n, n), Mat(n, n)};
     double w_c[3], w_in[3], q[12];
     for (int k = 0; k < 3; ++k) {
         w_c[k] = 2.0 * nav.wie_n[k] + nav.wen_n[k];
         w_in[k] = nav.wie_n[k] + nav.wen_n[k];
     }
-    for (int i = 0; i < n; ++i) phi(i, i) = 1.0;
-    kftest::put_skew(phi, 0, 0, w_c, -kDt);
-    kftest::put_skew(phi, 0, 3, nav.f_n, kDt);
-    kftest::put_skew(phi, 3, 3, w_in, -kDt);
+    for (int i = 0; i < n; ++i) s.phi(i, i) = 1.0;
+    kftest::put_skew(s.phi, 0, 0, w_c, -kDt);
+    kftest::put_skew(s.phi, 0, 3, nav.f_n, kDt);
+    kftest::put_skew(s.phi, 3, 3, w_in, -kDt);
     step_noise(q, n, dtheta + 3, dvel + 3);
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c) {
-            if (n > 8) phi(r, 6 + c) = nav.cbn[3 * r + c] * kDt;
-            if (n > 11) phi(3 + r, 9 + c) = -nav.cbn[3 * r + c] * kDt;
-            g(r, c) = nav.cbn[3 * r + c] * q[c];
-            g(3 + r, 3 + c) = nav.cbn[3 * r + c] * q[3 + c];
+            if (n > 8) s.phi(r, 6 + c) = nav.cbn[3 * r + c] * kDt;
+            if (n > 11) s.phi(3 + r, 9 + c) = -nav.cbn[3 * r + c] * kDt;
+            s.g(r, c) = nav.cbn[3 * r + c] * q[c];
+            s.g(3 + r, 3 + c) = nav.cbn[3 * r + c] * q[3 + c];
         }
-    for (int i = 6; i < n; ++i) g(i, i) = q[i];
-    return kftest::add(kftest::mul(kftest::mul(phi, kftest::covariance(L0, n)), phi, true),
-                       kftest::mul(g, g, true));
+    for (int i = 6; i < n; ++i) s.g(i, i) = q[i];
+    return s;
+}
+
+// Householder triangularisation of the whole dense [Phi L | G]: the factor
+// itself, diagonal signs included, not only its product.
+std::vector<double> dense_factor(const StepModel &s, int n, const double *L0) {
+    Mat l(n, n);
+    for (int i = 0, k = 0; i < n; ++i)
+        for (int j = 0; j <= i; ++j) l(i, j) = L0[k++];
+    const Mat pl = kftest::mul(s.phi, l);
+    std::vector<double> ext(static_cast<size_t>(2 * n * n)), work(static_cast<size_t>(2 * n));
+    std::vector<double> out(static_cast<size_t>(n * (n + 1) / 2));
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) {
+            ext[static_cast<size_t>(i * 2 * n + j)] = pl(i, j);
+            ext[static_cast<size_t>(i * 2 * n + n + j)] = s.g(i, j);
+        }
+    lq_decompose(out.data(), ext.data(), n, 2 * n, work.data());
+    return out;
 }
 
 }  // namespace
 
-TEST(KfPropagate, FactorMatchesCovarianceFormForEveryDimension) {
+TEST(KfPropagate, FactorMatchesCovarianceFormAndDenseTriangularisation) {
     std::mt19937_64 rng(20240611);
     std::uniform_real_distribution<double> u(-1.0, 1.0);
     double q_ex[12];  // the bank filter's worked example
@@ -73,9 +94,20 @@ TEST(KfPropagate, FactorMatchesCovarianceFormForEveryDimension) {
             for (int k = 0; k < 6; ++k) dtheta[k] = 0.01 * u(rng), dvel[k] = 0.1 * u(rng);
             KfFilter flt = kftest::make_filter(n, nullptr);
             kftest::random_factor(flt.L, n, rng);
-            const Mat want = expected_covariance(nav, n, flt.L, dtheta, dvel);
+            const StepModel model = step_model(nav, n, dtheta, dvel);
+            const Mat want = kftest::add(
+                kftest::mul(kftest::mul(model.phi, kftest::covariance(flt.L, n)), model.phi, true),
+                kftest::mul(model.g, model.g, true));
+            const std::vector<double> dense = dense_factor(model, n, flt.L);
             KFInflatePMatrix(&flt, &nav, dtheta, dvel, kDt);
             EXPECT_LT(kftest::rel_err(kftest::covariance(flt.L, n), want), 1e-13) << "n = " << n;
+            // The time update leaves out the structural zeros of the compound
+            // matrix; it must still be the same factor, entry by entry.
+            for (int i = 0, k = 0; i < n; ++i) {
+                const double row_norm = sqrt(get_kf_state_variance(dense.data(), i));
+                for (int j = 0; j <= i; ++j, ++k)
+                    ASSERT_NEAR(flt.L[k], dense[static_cast<size_t>(k)], 1e-13 * row_norm) << n << ": " << i << "," << j;
+            }
         }
     }
 }

@@ -4,9 +4,11 @@
 // LQ factor of the compound matrix [Phi L | G], which keeps P+ symmetric and
 // positive semidefinite by construction.
 #include <math.h>
+#include <stddef.h>
 
 #include "drlib.h"
 #include "kf_dims.h"
+#include "matrix_packed.h"
 
 namespace {
 
@@ -79,6 +81,109 @@ void set_noise_diagonal(double *ext, int32_t n, int32_t first, double value) {
     for (int32_t k = first; k < first + 3; ++k) ext[k * stride + n + k] = value;
 }
 
+// Noise columns 0..end-1 are the ones row i of [Phi L | G] can hold when its
+// reflection comes: G is block diagonal (two 3x3 blocks, then a diagonal),
+// and the reflections of the rows above spread only over their own blocks.
+int32_t noise_reach(int32_t i) {
+    if (i < kKfAtt) return kKfAtt;
+    if (i < kKfAccBias) return kKfAccBias;
+    return i + 1;
+}
+
+struct ColumnRange {
+    int32_t begin;
+    int32_t end;
+};
+
+// Rows of Phi that share their non-zero columns: the three velocity rows,
+// the three attitude rows, then each bias row on its own (unit diagonal).
+struct PhiRowGroup {
+    int32_t first_row;
+    int32_t rows;
+    int32_t range_count;
+    ColumnRange ranges[2];
+};
+
+PhiRowGroup phi_row_group(int32_t first_row, int32_t n) {
+    if (first_row == kKfVel) {
+        const int32_t end = n > kKfAccBiasStates ? kKfAccBias + 3 : kKfAtt + 3;
+        return {kKfVel, 3, 1, {{kKfVel, end}, {0, 0}}};
+    }
+    if (first_row == kKfAtt) {
+        const int32_t count = n > kKfGyroBiasStates ? 2 : 1;
+        return {kKfAtt, 3, count, {{kKfAtt, kKfAtt + 3}, {kKfGyroBias, kKfGyroBias + 3}}};
+    }
+    return {first_row, 1, 1, {{first_row, first_row + 1}, {0, 0}}};
+}
+
+// Adds Phi(row, k) L(k, j), j = 0..k, to each row of the group (row stride
+// 2n in the compound matrix), for every k of the group's ranges in
+// ascending order; each row of L is loaded once for the whole group.
+template <size_t R>
+void add_group_products(double *ext, const double *phi, const double *L, int32_t n,
+                        const PhiRowGroup &g) {
+    double *E_row[R];
+#pragma GCC unroll 3
+    for (size_t r = 0; r < R; ++r) E_row[r] = ext + (g.first_row + static_cast<int32_t>(r)) * 2 * n;
+    for (int32_t c = 0; c < g.range_count; ++c) {
+        for (int32_t k = g.ranges[c].begin; k < g.ranges[c].end; ++k) {
+            const double *L_row = L + gk_L_start[k];
+            double a[R];
+            drlib::f64x2 a2[R];
+#pragma GCC unroll 3
+            for (size_t r = 0; r < R; ++r) {
+                a[r] = phi[(g.first_row + static_cast<int32_t>(r)) * n + k];
+                a2[r] = drlib::splat2(a[r]);
+            }
+            int32_t j = 0;
+            for (; j < k; j += 2) {
+                const drlib::f64x2 l = drlib::load2(L_row + j);
+#pragma GCC unroll 3
+                for (size_t r = 0; r < R; ++r) {
+                    drlib::store2(E_row[r] + j, drlib::load2(E_row[r] + j) + a2[r] * l);
+                }
+            }
+            if (j == k) {
+#pragma GCC unroll 3
+                for (size_t r = 0; r < R; ++r) E_row[r][j] += a[r] * L_row[j];
+            }
+        }
+    }
+}
+
+// Writes Phi L into the state half of the compound matrix. Each element is
+// the sum of CalcAL2EM, k ascending from 0.0, with the products by the
+// structural zeros of Phi left out (they add exact zeros).
+void transition_times_factor(double *ext, const double *phi, const double *L, int32_t n) {
+    const int32_t stride = 2 * n;
+    for (int32_t i = 0; i < n; ++i) {
+        double *E_row = ext + i * stride;
+        int32_t j = 0;
+        for (; j + 1 < n; j += 2) drlib::store2(E_row + j, drlib::splat2(0.0));
+        if (j < n) E_row[j] = 0.0;
+    }
+    int32_t row = 0;
+    while (row < n) {
+        const PhiRowGroup g = phi_row_group(row, n);
+        if (g.rows == 3) {
+            add_group_products<3>(ext, phi, L, n, g);
+        } else {
+            add_group_products<1>(ext, phi, L, n, g);
+        }
+        row += g.rows;
+    }
+}
+
+// Clears the noise columns that the triangularisation will read.
+void clear_noise_half(double *ext, int32_t n) {
+    const int32_t stride = 2 * n;
+    for (int32_t i = 0; i < n; ++i) {
+        double *g = ext + i * stride + n;
+        const int32_t reach = noise_reach(i);
+        for (int32_t c = 0; c < reach; ++c) g[c] = 0.0;
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -137,17 +242,21 @@ DRLIB_API void KFInflatePMatrix(KfFilter *flt, const NavState *nav, const double
     double ext[kKfMaxStates * 2 * kKfMaxStates];
     double phi[kKfMaxStates * kKfMaxStates];
     double work[2 * kKfMaxStates];
-    F64ToZeros(ext, static_cast<uint32_t>(n * 2 * n) * 8u);
     KFCalcPsiMatrix(phi, nav, n, dt);
-    CalcAL2EM(ext, phi, flt->L, n);
+    transition_times_factor(ext, phi, flt->L, n);
 
     // White noise enters in body axes, so its factor is rotated into n.
+    clear_noise_half(ext, n);
     set_noise_block(ext, n, kKfVel, nav->cbn, q_a);
     set_noise_block(ext, n, kKfAtt, nav->cbn, q_g);
     if (n > kKfAccBiasStates) set_noise_diagonal(ext, n, kKfAccBias, kAccBiasWalk * dt);
     if (n > kKfGyroBiasStates) set_noise_diagonal(ext, n, kKfGyroBias, kGyroBiasWalk * dt);
 
-    lq_decompose(flt->L, ext, n, 2 * n, work);
+    // Entries outside the reach of each row are never read: they are zero
+    // in [Phi L | G] and stay zero through the reflections above.
+    int32_t row_end[kKfMaxStates];
+    for (int32_t i = 0; i < n; ++i) row_end[i] = n + noise_reach(i);
+    drlib::lq_decompose_reach(flt->L, ext, n, 2 * n, work, row_end);
 }
 
 DRLIB_API void ImuSampCorr(double *out, const double *in, const double *bias, int32_t count) {
