@@ -178,7 +178,6 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
 /* ======================================================================= */
 /* 2. Public interface (the Drlib family)                                   */
 /* ======================================================================= */
-/* BEGIN SECTION public-interface */
 
 /*
  * Robustness: no sequence of calls with any record contents (NaN or infinite
@@ -299,12 +298,10 @@ DRLIB_API int32_t DrlibUpdateCfg(const DrCfg *cfg);
  * leaves it unchanged. Kept across DrlibInit; default v = (0, 0, 1.892).
  * Returns 0. */
 DRLIB_API int32_t DrlibSetHwCfg(const double *v);
-/* END SECTION public-interface */
 
 /* ======================================================================= */
 /* 3. Input staging and fusion-input history                                */
 /* ======================================================================= */
-/* BEGIN SECTION input-staging */
 
 /* One entry of the 512-entry fusion-input history: the epoch's record header
  * and its IMU data resampled onto the 0.01 s grid. Slot k (1..10) stands at
@@ -345,12 +342,10 @@ DRLIB_API uint32_t IsFusionDataBreak(const DrInput *cur, const FusionIn *prev);
  * of slots filled in entry->header.nsamples. Consumes samples that lie wholly
  * before the grid. */
 DRLIB_API void FillDaDv2FusionIn(FusionIn *entry);
-/* END SECTION input-staging */
 
 /* ======================================================================= */
 /* 4. Earth model, gravity, attitude and vector algebra                     */
 /* ======================================================================= */
-/* BEGIN SECTION navigation */
 
 /*
  * Earth model (WGS-84) and gravity. Frames: e = Earth-centred Earth-fixed,
@@ -416,12 +411,10 @@ DRLIB_API double absvect3d(const double *v);
 DRLIB_API double dotvect3d(const double *a, const double *b);
 /* 3x3 identity. */
 DRLIB_API void gen_eye3d(double *m);
-/* END SECTION navigation */
 
 /* ======================================================================= */
 /* 5. Navigation state and strapdown mechanization                          */
 /* ======================================================================= */
-/* BEGIN SECTION mechanization */
 
 /* Navigation state of one filter: 56 consecutive doubles. Frames: n = north-
  * east-down, e = Earth-fixed, b = body; quaternions scalar first; DCMs row-major. */
@@ -466,12 +459,10 @@ DRLIB_API void dr_mech_backward(NavState *nav, const double *dtheta, const doubl
 /* Backward over one stride of m (1..3) intervals, increments 0..m. */
 DRLIB_API void dr_mech_stride_backward(NavState *nav, const double *dtheta, const double *dvel,
                                        int32_t m, double tl);
-/* END SECTION mechanization */
 
 /* ======================================================================= */
 /* 6. Fusion engine                                                         */
 /* ======================================================================= */
-/* BEGIN SECTION fusion-filter */
 
 /* One error-state Kalman filter in square-root form, P = L * L^T. Error state:
  * 0..2 velocity (m/s, n), 3..5 attitude psi (rad, n), 6..8 accelerometer bias
@@ -533,9 +524,7 @@ DRLIB_API void DifImuVelWithGnss(double *z, const NavState *nav, const double *v
  * printf-style format with its arguments, prints nothing and returns 0. */
 DRLIB_API int32_t empty_function(int32_t level, uint32_t mask, const char *fmt, ...)
     __attribute__((format(printf, 3, 4)));
-/* END SECTION fusion-filter */
 
-/* BEGIN SECTION fusion-engine */
 
 /* Mounting-calibration filter: estimates the rotation between IMU and pole
  * while the pole tip stands on a known point (see DrlibCalibStart). */
@@ -604,9 +593,7 @@ DRLIB_API void CubFltProc(const double *pole_b, const double *ant_pos_e, const f
  * 1 + bx, 2 + by, 3 + bz (rad/s): the main filter's if it is well learned,
  * clamped to +-0.18 deg/s, else the configured code, else zeros. */
 DRLIB_API void bwxyz_store(double *out);
-/* END SECTION fusion-engine */
 
-/* BEGIN SECTION fusion-bank */
 
 /*
  * Heading bank and standstill detector. The bank is 18 filters that share one
@@ -640,12 +627,10 @@ DRLIB_API void ZuptFltProc(void);
 DRLIB_API double median_dat(double *x, int32_t n);
 /* RMS deviation of the n values of x about centre (divisor n). */
 DRLIB_API double std_dat(const double *x, int32_t n, double centre);
-/* END SECTION fusion-bank */
 
 /* ======================================================================= */
 /* 7. Numerical toolkit                                                     */
 /* ======================================================================= */
-/* BEGIN SECTION toolkit */
 
 /*
  * Packed triangular storage. An n x n lower triangle is stored by rows:
@@ -753,9 +738,7 @@ DRLIB_API uint32_t JPLapprox(int32_t a, int32_t b);     /* cheap approximation o
 /* 16 * chi-square threshold / (2 dof) for 2 dof degrees of freedom (dof clamped
  * to 1..20) at tail probability about 1/n; 255 for n = 0, 0 for n = 1. */
 DRLIB_API uint32_t GetChi2InvNorm(uint32_t n, uint32_t dof);
-/* END SECTION toolkit */
 
-/* BEGIN SECTION toolkit-dense */
 
 /* Small dense products of row-major matrices; the output never overlaps an input. */
 /* out = M v (3x3). */
@@ -771,12 +754,10 @@ DRLIB_API void mtx_mul_mtxt(double *out, const double *a, const double *b, int32
 /* out (m x p) = A^T B, A is r x m, B is r x p. */
 DRLIB_API void mtxt_mul_mtx(double *out, const double *a, const double *b, int32_t r, int32_t m,
                             int32_t p);
-/* END SECTION toolkit-dense */
 
 /* ======================================================================= */
 /* 8. Runtime support: assertions, bounded strings, CRCs                    */
 /* ======================================================================= */
-/* BEGIN SECTION runtime */
 
 /* Assertion module. assert_fail_handle prints a fixed-form message to standard
  * output and never returns: the calling thread stays parked in the handler. */
@@ -810,7 +791,6 @@ DRLIB_API uint32_t crc16_cal_ccitt(uint16_t crc, const uint8_t *data, int32_t le
 DRLIB_API uint32_t crc24q_calc(uint32_t crc, const uint8_t *data, uint32_t len);
 /* Reflected 0x04C11DB7: CRC-32 with crc = 0xFFFFFFFF and a final XOR of 0xFFFFFFFF. */
 DRLIB_API int32_t crc32_calc(uint32_t crc, const uint8_t *data, uint32_t len);
-/* END SECTION runtime */
 
 /* Layout of the records the exported toolkit takes by pointer. */
 DRLIB_STATIC_ASSERT(sizeof(FusionIn) == 624, FusionIn_size);
