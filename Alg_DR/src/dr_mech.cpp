@@ -36,16 +36,8 @@ void mech_stride_forward(NavState *nav, const double *dtheta, const double *dvel
     rotate_attitude(nav, phi_b, zeta_n);
 
     // Position, with the start-of-stride velocity and cbn (both still stored).
-    double dr_b[3], dr_n[3], zeta_6[3], m_zeta[9], turn[3];
-    body_displacement(dr_b, &sums);
-    for (int i = 0; i < 3; ++i) zeta_6[i] = zeta_n[i] / 6.0;
-    cp_form(m_zeta, zeta_6);
-    mtx_mul_vect_3d(turn, m_zeta, c_n);
-    mtx_mul_vect_3d(dr_n, nav->cbn, dr_b);
-    for (int i = 0; i < 3; ++i) {
-        const double dr_1 = (nav->v_n[i] + dv_cg[i] / 2.0) * ts_s;
-        dr_n[i] = dr_1 + (dr_n[i] + turn[i] * ts_s);
-    }
+    double dr_n[3];
+    stride_displacement(dr_n, nav, &sums, zeta_n, c_n, dv_cg, ts_s);
     double xi[3];
     nframe_rate_over_earth(xi, dr_n, nav);
     move_position(nav, xi, -dr_n[2]);

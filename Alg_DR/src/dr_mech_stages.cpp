@@ -163,4 +163,18 @@ void refresh_earth_model(NavState *nav) {
     calc_wie_n(nav->wie_n, nav->llh[0]);
 }
 
+void stride_displacement(double *dr_n, const NavState *nav, const StrideSums *sums,
+                         const double *zeta_n, const double *c_n, const double *dv_cg, double ts_s) {
+    double dr_b[3], zeta_6[3], m_zeta[9], turn[3];
+    body_displacement(dr_b, sums);
+    for (int i = 0; i < 3; ++i) zeta_6[i] = zeta_n[i] / 6.0;
+    cp_form(m_zeta, zeta_6);
+    mtx_mul_vect_3d(turn, m_zeta, c_n);
+    mtx_mul_vect_3d(dr_n, nav->cbn, dr_b);
+    for (int i = 0; i < 3; ++i) {
+        const double dr_1 = (nav->v_n[i] + dv_cg[i] / 2.0) * ts_s;
+        dr_n[i] = dr_1 + (dr_n[i] + turn[i] * ts_s);
+    }
+}
+
 }  // namespace drlib

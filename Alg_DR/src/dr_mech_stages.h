@@ -45,6 +45,12 @@ void coriolis_gravity_increment(double *dv_cg, const double *v_mid, const NavSta
 // Body-frame specific-force displacement over the stride, m.
 void body_displacement(double *dr_b, const StrideSums *sums);
 
+// Displacement over the stride in n, m, from the start-of-stride velocity,
+// cbn and Coriolis-gravity increment: the body displacement through cbn plus
+// the turn of the n frame (zeta_n, forward-time sign) acting on c_n.
+void stride_displacement(double *dr_n, const NavState *nav, const StrideSums *sums,
+                         const double *zeta_n, const double *c_n, const double *dv_cg, double ts_s);
+
 // Attitude update: qbn = rotvec(zeta) (x) qbn (x) rotvec(phi), renormalised.
 void rotate_attitude(NavState *nav, const double *phi_b, const double *zeta_n);
 
