@@ -14,39 +14,24 @@ constexpr int32_t LogTable1[4] = {-2349, -1569, -1122, -842};
 constexpr int32_t LogTable2[4] = {23412, 18789, 15686, 13460};
 constexpr int32_t LogTable3[4] = {0, 82, 150, 207};
 
-uint64_t double_bits(double x) {
-    uint64_t b;
-    memcpy(&b, &x, sizeof b);
-    return b;
-}
-
-double bits_double(uint64_t b) {
-    double x;
-    memcpy(&x, &b, sizeof x);
-    return x;
-}
-
-uint32_t float_bits(float x) {
-    uint32_t b;
-    memcpy(&b, &x, sizeof b);
-    return b;
-}
-
-float bits_float(uint32_t b) {
-    float x;
-    memcpy(&x, &b, sizeof x);
-    return x;
+// Reinterprets the bits of one trivially copyable value as another of the same size.
+template <typename To, typename From>
+To bit_copy(From x) {
+    static_assert(sizeof(To) == sizeof(From), "same size");
+    To y;
+    memcpy(&y, &x, sizeof y);
+    return y;
 }
 
 // Division by 2^k as an exponent decrement; exact while the result stays normal.
 double scale_double(double v, uint32_t k) {
     if (v == 0.0) return 0.0;
-    return bits_double(double_bits(v) - (static_cast<uint64_t>(k) << 52));
+    return bit_copy<double>(bit_copy<uint64_t>(v) - (static_cast<uint64_t>(k) << 52));
 }
 
 float scale_float(float v, uint32_t k) {
     if (v == 0.0F) return 0.0F;
-    return bits_float(float_bits(v) - (k << 23));
+    return bit_copy<float>(bit_copy<uint32_t>(v) - (k << 23));
 }
 
 uint32_t magnitude(int32_t v) {
@@ -82,14 +67,14 @@ DRLIB_API float ScaleFloatU(uint32_t v, uint32_t k) {
 }
 
 DRLIB_API uint32_t isNaN(double x) {
-    const uint64_t b = double_bits(x);
+    const uint64_t b = bit_copy<uint64_t>(x);
     const uint64_t exponent = (b >> 52) & 0x7ffU;
     const uint64_t fraction = b & 0xfffffffffffffULL;
     return (exponent == 0x7ffU && fraction != 0U) ? 1U : 0U;
 }
 
 DRLIB_API int32_t isInf(double x) {
-    const uint64_t b = double_bits(x);
+    const uint64_t b = bit_copy<uint64_t>(x);
     const uint32_t hi = static_cast<uint32_t>(b >> 32);
     const uint32_t lo = static_cast<uint32_t>(b);
     if (lo != 0U) return 0;
@@ -118,7 +103,7 @@ DRLIB_API int32_t IntLog(uint32_t x) {
     if (x < 2U) return 0;
     // The float's exponent is the integer part of log2; its mantissa bits
     // pick a segment and feed the quadratic for the fraction.
-    const uint32_t b = float_bits(static_cast<float>(x));
+    const uint32_t b = bit_copy<uint32_t>(static_cast<float>(x));
     const uint32_t s = (b >> 21) & 3U;
     const int32_t m = static_cast<int32_t>((b >> 13) & 255U);
     int32_t v = (m * LogTable1[s]) >> 8;
