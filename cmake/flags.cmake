@@ -12,3 +12,13 @@ if(DRLIB_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
 endif()
+
+# Links `target` with each of the listed libraries that this configuration
+# builds (the simulator and tool helpers exist only with DRLIB_BUILD_TOOLS).
+function(drlib_link_present target)
+  foreach(lib ${ARGN})
+    if(TARGET ${lib})
+      target_link_libraries(${target} PRIVATE ${lib})
+    endif()
+  endforeach()
+endfunction()
