@@ -7,6 +7,8 @@
 // no main filter runs (it estimates the bias itself).
 #include <math.h>
 
+#include <algorithm>
+
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "drlib.h"
@@ -35,6 +37,37 @@ constexpr double kVarFloor_rad2ps2 = 1.2184696791468344e-09;        // (0.002 de
 constexpr int32_t kHoldAfterUpdate = 3;
 
 static_assert(kSamples <= kStoreLen, "sample store too short");
+
+// Exchange sort: each position in turn takes the smallest of what follows.
+// Its order is the defined one, also for a run that holds a NaN (which
+// compares false both ways and so stays where the swaps leave it).
+void exchange_sort(double *x, int32_t n) {
+    for (int32_t i = 0; i < n; ++i) {
+        for (int32_t j = i + 1; j < n; ++j) {
+            if (x[j] < x[i]) {
+                const double held = x[i];
+                x[i] = x[j];
+                x[j] = held;
+            }
+        }
+    }
+}
+
+// Ascending order in place. Without NaN, < is a total order up to the sign
+// of zero, so every sorting method yields the same values in the same
+// places, and introsort gets there in n log n comparisons instead of n^2 / 2
+// (45,000 per channel, which made the once-a-second standstill check the
+// costliest epoch). NaN breaks the strict weak order introsort relies on, so
+// such a run takes the exchange sort.
+void sort_ascending(double *x, int32_t n) {
+    for (int32_t i = 0; i < n; ++i) {
+        if (x[i] != x[i]) {
+            exchange_sort(x, n);
+            return;
+        }
+    }
+    std::sort(x, x + n);
+}
 
 }  // namespace
 
@@ -128,15 +161,7 @@ DRLIB_API void ZuptFltProc(void) {
 // smaller RMS deviation) stands for the median, not the mean of the two.
 DRLIB_API double median_dat(double *x, int32_t n) {
     if (n <= 0) return 0.0;
-    for (int32_t i = 0; i < n; ++i) {
-        for (int32_t j = i + 1; j < n; ++j) {
-            if (x[j] < x[i]) {
-                const double held = x[i];
-                x[i] = x[j];
-                x[j] = held;
-            }
-        }
-    }
+    sort_ascending(x, n);
     const int32_t mid = n / 2;
     if (n % 2 != 0) return x[mid];
     const double dev_lower = std_dat(x, n, x[mid - 1]);
