@@ -5,6 +5,7 @@
 #include <stddef.h>
 
 #include "drlib.h"
+#include "householder.h"
 #include "matrix_packed.h"
 
 namespace {
@@ -34,109 +35,15 @@ namespace {
 
 using drlib::packed_index;
 
-using drlib::f64x2;
-using drlib::load2;
-using drlib::splat2;
-using drlib::store2;
-
-// Sum of x[j] * y[j], even and odd j in separate partial sums.
-double dot(const double *__restrict x, const double *__restrict y, int32_t len) {
-    f64x2 acc = splat2(0.0);
-    int32_t j = 0;
-    for (; j + 1 < len; j += 2) acc += load2(x + j) * load2(y + j);
-    double s = acc[0] + acc[1];
-    if (j < len) s += x[j] * y[j];
-    return s;
-}
-
-// Applies I - 2 w w^T (w unit, len entries) to R rows spaced m apart, all
-// in one pass, so that each pair of w is loaded once for all of them.
-template <size_t R>
-void reflect_block(double *first, int32_t m, const double *__restrict w, int32_t len) {
-    double *row[R];
-    f64x2 acc[R];
-#pragma GCC unroll 4
-    for (size_t r = 0; r < R; ++r) {
-        row[r] = first + static_cast<int32_t>(r) * m;
-        acc[r] = splat2(0.0);
-    }
-    const int32_t pairs_end = len & ~1;
-    for (int32_t j = 0; j < pairs_end; j += 2) {
-        const f64x2 wj = load2(w + j);
-#pragma GCC unroll 4
-        for (size_t r = 0; r < R; ++r) acc[r] += load2(row[r] + j) * wj;
-    }
-    double t[R];
-    f64x2 t2[R];
-#pragma GCC unroll 4
-    for (size_t r = 0; r < R; ++r) {
-        double s = acc[r][0] + acc[r][1];
-        if (pairs_end < len) s += row[r][pairs_end] * w[pairs_end];
-        t[r] = s + s;
-        t2[r] = splat2(t[r]);
-    }
-    for (int32_t j = 0; j < pairs_end; j += 2) {
-        const f64x2 wj = load2(w + j);
-#pragma GCC unroll 4
-        for (size_t r = 0; r < R; ++r) store2(row[r] + j, load2(row[r] + j) - wj * t2[r]);
-    }
-    if (pairs_end < len) {
-#pragma GCC unroll 4
-        for (size_t r = 0; r < R; ++r) row[r][pairs_end] -= w[pairs_end] * t[r];
-    }
-}
-
-// Applies I - 2 w w^T to rows k_first..n-1 of A, four rows per pass.
-void reflect_rows(double *A, int32_t m, int32_t k_first, int32_t n, const double *w, int32_t len) {
-    int32_t k = k_first;
-    for (; k + 3 < n; k += 4) reflect_block<4>(A + k * m, m, w, len);
-    if (k + 1 < n) {
-        reflect_block<2>(A + k * m, m, w, len);
-        k += 2;
-    }
-    if (k < n) reflect_block<1>(A + k * m, m, w, len);
-}
-
-// Householder step for row i, whose columns from row_end on are zero: takes
-// the settled entries into L, reflects the rest of the row onto the diagonal
-// and applies the same reflection to the rows below.
-void triangularise_row(double *L, double *A, int32_t n, int32_t m, double *work, int32_t i,
-                       int32_t row_end) {
-    double *row = A + i * m;
-    double *L_row = L + gk_L_start[i];
-    int32_t j = 0;
-    for (; j + 1 < i; j += 2) store2(L_row + j, load2(row + j));
-    if (j < i) L_row[j] = row[j];
-
-    const int32_t len = row_end - i;
-    const double s = dot(row + i, row + i, len);
-    const double x = row[i];
-    // The sign of sigma follows the pivot so that x + sigma never cancels.
-    const double sigma = x > 0.0 ? sqrt(s) : -sqrt(s);
-    double d = x * sigma + s;
-    d = d + d;
-    d = sqrt(d);
-    L_row[i] = -sigma;
-    if (d == 0.0) {
-        // Nothing left to annihilate in this row (rank-deficient input):
-        // the diagonal is zero and the later rows stay as they are.
-        return;
-    }
-    work[0] = (x + sigma) / d;
-    const f64x2 d2 = splat2(d);
-    j = 1;
-    for (; j + 1 < len; j += 2) store2(work + j, load2(row + i + j) / d2);
-    if (j < len) work[j] = row[i + j] / d;
-    reflect_rows(A + i, m, i + 1, n, work, len);
-}
-
 }  // namespace
 
 namespace drlib {
 
 void lq_decompose_reach(double *L, double *A, int32_t n, int32_t m, double *work,
                         const int32_t *row_end) {
-    for (int32_t i = 0; i < n; ++i) triangularise_row(L, A, n, m, work, i, row_end[i]);
+    for (int32_t i = 0; i < n; ++i) {
+        householder::triangularise_row(L, A, n, m, work, i, row_end[i] - i);
+    }
 }
 
 }  // namespace drlib
@@ -144,7 +51,7 @@ void lq_decompose_reach(double *L, double *A, int32_t n, int32_t m, double *work
 extern "C" {
 
 DRLIB_API void lq_decompose(double *L, double *A, int32_t n, int32_t m, double *work) {
-    for (int32_t i = 0; i < n; ++i) triangularise_row(L, A, n, m, work, i, m);
+    for (int32_t i = 0; i < n; ++i) drlib::householder::triangularise_row(L, A, n, m, work, i, m - i);
 }
 
 DRLIB_API void InvL(double *X, const double *L, int32_t n) {

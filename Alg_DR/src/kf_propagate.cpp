@@ -8,6 +8,7 @@
 
 #include "drlib.h"
 #include "kf_dims.h"
+#include "householder.h"
 #include "matrix_packed.h"
 
 namespace {
@@ -84,11 +85,18 @@ void set_noise_diagonal(double *ext, int32_t n, int32_t first, double value) {
 // Noise columns 0..end-1 are the ones row i of [Phi L | G] can hold when its
 // reflection comes: G is block diagonal (two 3x3 blocks, then a diagonal),
 // and the reflections of the rows above spread only over their own blocks.
-int32_t noise_reach(int32_t i) {
+constexpr int32_t noise_reach(int32_t i) {
     if (i < kKfAtt) return kKfAtt;
     if (i < kKfAccBias) return kKfAccBias;
     return i + 1;
 }
+
+// Where row i of an n-state compound matrix ends when its reflection comes:
+// the whole state half, then the noise columns within reach.
+template <int32_t N>
+struct CompoundReach {
+    static constexpr int32_t end(int32_t i) { return N + noise_reach(i); }
+};
 
 struct ColumnRange {
     int32_t begin;
@@ -253,10 +261,18 @@ DRLIB_API void KFInflatePMatrix(KfFilter *flt, const NavState *nav, const double
     if (n > kKfGyroBiasStates) set_noise_diagonal(ext, n, kKfGyroBias, kGyroBiasWalk * dt);
 
     // Entries outside the reach of each row are never read: they are zero
-    // in [Phi L | G] and stay zero through the reflections above.
-    int32_t row_end[kKfMaxStates];
-    for (int32_t i = 0; i < n; ++i) row_end[i] = n + noise_reach(i);
-    drlib::lq_decompose_reach(flt->L, ext, n, 2 * n, work, row_end);
+    // in [Phi L | G] and stay zero through the reflections above. The bank
+    // (6 states) and the main filter (12) run the unrolled kernels.
+    using drlib::householder::lq_decompose_fixed;
+    if (n == 6) {
+        lq_decompose_fixed<6, CompoundReach<6>>(flt->L, ext, work);
+    } else if (n == kKfMaxStates) {
+        lq_decompose_fixed<kKfMaxStates, CompoundReach<kKfMaxStates>>(flt->L, ext, work);
+    } else {
+        int32_t row_end[kKfMaxStates];
+        for (int32_t i = 0; i < n; ++i) row_end[i] = n + noise_reach(i);
+        drlib::lq_decompose_reach(flt->L, ext, n, 2 * n, work, row_end);
+    }
 }
 
 DRLIB_API void ImuSampCorr(double *out, const double *in, const double *bias, int32_t count) {
