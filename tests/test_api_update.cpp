@@ -16,9 +16,9 @@ namespace {
 using simtest::g_tilt;
 using simtest::g_tilt_calls;
 using simtest::Record;
+using simtest::feed;
 constexpr auto Header = simtest::header;
 constexpr auto Samples = simtest::samples;
-constexpr auto Feed = simtest::feed;
 
 // Eight samples 2 ms apart right after the previous record's last one: valid
 // spacing, but the epoch's grid is not covered.
@@ -38,7 +38,7 @@ protected:
     static void SetUpTestSuite() { records_ = simtest::quiet_static_records(6.0); }
     void SetUp() override { simtest::start_engine(); }
     void FeedFirst(size_t n) {
-        for (size_t i = 0; i < n; ++i) ASSERT_EQ(Feed(records_[i]), 0u) << i;
+        for (size_t i = 0; i < n; ++i) ASSERT_EQ(feed(records_[i]), 0u) << i;
     }
     static std::vector<Record> records_;
 };
@@ -46,17 +46,14 @@ std::vector<Record> UpdateCycle::records_;
 
 TEST_F(UpdateCycle, FirstRecordIsDeliveredInTheIdleForm) {
     Record r = records_[0];
-    EXPECT_EQ(Feed(r), 0u);
+    EXPECT_EQ(feed(r), 0u);
     EXPECT_EQ(g_FusionInNum, 1u);
     ASSERT_EQ(g_tilt_calls, 1);
     const DrInput &h = Header(r);
-    EXPECT_EQ(g_tilt.status, 0);
-    EXPECT_EQ(g_tilt.tow_ms, h.tow_ms);
+    EXPECT_TRUE(g_tilt.status == 0 && g_tilt.tow_ms == h.tow_ms);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(g_tilt.att[i], 0.0);
-        EXPECT_EQ(g_tilt.tip_pos[i], h.pos[i]);
-        EXPECT_EQ(g_tilt.tip_std[i], 1.5f);
-        EXPECT_EQ(g_tilt.tip_std_total[i], h.pos_std[i]);
+        EXPECT_TRUE(g_tilt.att[i] == 0.0 && g_tilt.tip_pos[i] == h.pos[i]) << i;
+        EXPECT_TRUE(g_tilt.tip_std[i] == 1.5f && g_tilt.tip_std_total[i] == h.pos_std[i]) << i;
     }
 }
 
@@ -79,21 +76,21 @@ TEST_F(UpdateCycle, EveryResetPathEmptiesTheHistoryAndTheEngine) {
         DrlibCalibStart(ref, 1200, nullptr);
         Record bad = records_[20];
         c.edit(bad);
-        EXPECT_EQ(Feed(bad), 1u);
+        EXPECT_EQ(feed(bad), 1u);
         EXPECT_EQ(g_tilt_calls, 20);
         EXPECT_EQ(g_FusionInPos, 21u);
         EXPECT_EQ(g_FusionInNum, 0u);
         EXPECT_EQ(drlib::ImuDataWPos - drlib::ImuDataRPos, 0u);
         EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
         EXPECT_EQ(FltCub.running, 0u);
-        EXPECT_EQ(Feed(records_[21]), 0u);  // the next record starts a new run
+        EXPECT_EQ(feed(records_[21]), 0u);  // the next record starts a new run
         EXPECT_EQ(g_FusionInNum, 1u);
     }
 }
 
 TEST_F(UpdateCycle, IncompleteResamplingIsToleratedInTheFirstEntries) {
     FeedFirst(1);
-    EXPECT_EQ(Feed(ShortOfTheGrid(records_[0], records_[1])), 0u);
+    EXPECT_EQ(feed(ShortOfTheGrid(records_[0], records_[1])), 0u);
     EXPECT_EQ(g_FusionInNum, 2u);
     EXPECT_LT(GET_FUSION_IN(g_FusionInPos - 1u, 0u).header.nsamples, 10);
 }
@@ -103,13 +100,13 @@ TEST_F(UpdateCycle, ResetRequestKeepsTheHistoryCount) {
     ASSERT_EQ(s_FltState, FLT_STATE_CONV);
     DrlibReset();
     EXPECT_EQ(s_FltState, FLT_STATE_CONV);  // only a request
-    EXPECT_EQ(Feed(records_[25]), 0u);
+    EXPECT_EQ(feed(records_[25]), 0u);
     EXPECT_EQ(g_tilt_calls, 26);
     EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
     EXPECT_EQ(g_FusionInNum, 26u);
-    for (size_t i = 26; i < 30; ++i) ASSERT_EQ(Feed(records_[i]), 0u);
+    for (size_t i = 26; i < 30; ++i) ASSERT_EQ(feed(records_[i]), 0u);
     EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
-    ASSERT_EQ(Feed(records_[30]), 0u);  // the very next whole second, no 11 new entries needed
+    ASSERT_EQ(feed(records_[30]), 0u);  // the very next whole second, no 11 new entries needed
     EXPECT_EQ(s_FltState, FLT_STATE_CONV);
     EXPECT_EQ(DrlibUpdateFusion(nullptr), 1u);
     EXPECT_EQ(g_FusionInNum, 31u);

@@ -1,9 +1,12 @@
 // Bank start on synthetic histories of a body with known attitude, position,
-// velocity and rotation; truths from textbook formulas written here.
+// velocity and rotation (truths from textbook formulas written here), and the
+// bank verdict on hand-built level hypotheses that differ only in heading, so
+// every attitude gap is the heading difference.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
@@ -43,14 +46,12 @@ double angle_between(const double *a, const double *b) {
 }
 
 // A body at a fixed place; the antenna velocity of the newest entry and the
-// one 0.5 s before set the GNSS acceleration, f_b and w_ib the IMU increments.
+// one 0.5 s before set the GNSS acceleration, f_b (m/s^2) and w_ib (rad/s)
+// the IMU increments.
 struct Scene {
     double llh[3] = {0.7, 0.3, 120.0};
-    double pos_e[3]{}, vel_newest_e[3]{}, vel_older_e[3]{};
-    double f_b[3]{};   // m/s^2
-    double w_ib[3]{};  // rad/s
+    double pos_e[3]{}, vel_newest_e[3]{}, vel_older_e[3]{}, f_b[3]{}, w_ib[3]{}, cne[9]{};
     Mat3 cbn{};
-    double cne[9]{};
 };
 
 double gravity_at(const Scene &s) { return local_gravity_v2(std::sin(s.llh[0]), s.llh[2]); }
@@ -114,13 +115,10 @@ TEST_F(BankStart, AtRestLevelsRollAndPitchAndStartsSixStateFilters) {
     const double f_n[3] = {0.0, 0.0, -gravity_at(scene)};
     expect_levelled(f_n, 1e-9);
     for (int i = 0; i < kBankSize; ++i) {
-        EXPECT_NEAR(NavGp[i].rph[0], 3.0 * kDeg, 1e-9) << i;
-        EXPECT_NEAR(NavGp[i].rph[1], -2.0 * kDeg, 1e-9) << i;
-        const KfFilter &f = FltGp[i];
-        EXPECT_EQ(f.state_dim, 6u);
-        EXPECT_EQ(f.pos_index, kEntries - 1);
+        EXPECT_TRUE(std::fabs(NavGp[i].rph[0] - 3.0 * kDeg) < 1e-9 && std::fabs(NavGp[i].rph[1] + 2.0 * kDeg) < 1e-9);
+        EXPECT_TRUE(FltGp[i].state_dim == 6u && FltGp[i].pos_index == kEntries - 1) << i;
         for (int s = 0; s < 6; ++s)
-            EXPECT_NEAR(get_kf_state_variance(f.L, s), s < 3 ? 0.01 : 0.2741556778080377, 1e-16);
+            EXPECT_NEAR(get_kf_state_variance(FltGp[i].L, s), s < 3 ? 0.01 : 0.2741556778080377, 1e-16);
     }
     // Hypothesis 0 is the levelling alone: the shortest turn from f_b to f_n.
     double axis[3];
@@ -147,7 +145,7 @@ TEST_F(BankStart, PositionAndVelocityCarryTheAntennaThroughTheTurningLever) {
     const double dt = 1e-3, len = absvect3d(w_b);
     const double axis[3] = {w_b[0] / len, w_b[1] / len, w_b[2] / len};
     for (int i = 0; i < kBankSize; ++i) {
-        Mat3 cbn{};
+        Mat3 cbn;
         std::memcpy(cbn.m, NavGp[i].cbn, sizeof cbn.m);
         double lever_n[3], lever_e[3], imu_e[3], l_ahead[3], l_behind[3];
         mtx_mul_vect_3d(lever_n, cbn.m, kLever_m);
@@ -218,6 +216,80 @@ TEST_F(BankStart, PlausibilityGateOnSpecificForce) {
         EXPECT_EQ(s_FltState, c.starts ? FLT_STATE_CONV : FLT_STATE_IDLE) << c.gnss_force << " " << c.imu_force;
         EXPECT_EQ(s_updcnt, c.starts ? 0u : 99u);
         EXPECT_NEAR(NavGp[0].acc_n[2], a_n[2], 1e-9);  // the GNSS acceleration is kept whatever the verdict
+    }
+}
+
+void set_heading(int i, double heading_deg) {
+    const double c = std::cos(heading_deg * kDeg), s = std::sin(heading_deg * kDeg);
+    const double cbn[9] = {c, -s, 0.0, s, c, 0.0, 0.0, 0.0, 1.0};
+    std::memcpy(NavGp[i].cbn, cbn, sizeof cbn);
+}
+
+struct Heading {
+    int member;
+    double deg;
+};
+
+// From a fresh bank (member i at i x 20 degrees) with the given members
+// moved, the verdicts of five checks at one-second intervals.
+std::vector<int32_t> verdicts(std::initializer_list<Heading> moved) {
+    std::memset(toggleCnts, 0, sizeof toggleCnts);
+    for (int i = 0; i < kBankSize; ++i) set_heading(i, 20.0 * i);
+    for (const Heading &h : moved) set_heading(h.member, h.deg);
+    std::vector<int32_t> out;
+    for (int k = 0; k < 5; ++k) out.push_back(CheckParelFltConv());
+    return out;
+}
+
+const double kAgree = 2.5, kSeparate = 7.5;  // deg: neighbour agreement, rival separation
+
+TEST(BankVerdict, ClustersOfThreeDecideAtTheFifthCheck) {
+    const std::vector<int32_t> undecided(5, -1);
+    auto decided = [](int32_t v) { return std::vector<int32_t>{-1, -1, -1, -1, v}; };
+    EXPECT_EQ(verdicts({}), undecided);
+    EXPECT_EQ(verdicts({{6, 121}, {7, 122}, {8, 123}}), decided(7));
+    for (int i = 0; i < kBankSize; ++i) EXPECT_EQ(toggleCnts[i], i == 7 ? 5u : 0u) << i;
+    EXPECT_EQ(verdicts({{17, -1}, {0, 0}, {1, 1}}), decided(0));  // across the end of the ring
+    // Two clusters half a turn apart are ambiguous, and the counters run on.
+    EXPECT_EQ(verdicts({{6, 121}, {7, 122}, {8, 123}, {15, 301}, {16, 302}, {17, 303}}), decided(-2));
+    EXPECT_EQ(CheckParelFltConv(), -2);
+    EXPECT_EQ(toggleCnts[16], 6u);
+    // The tightest triple wins even where no counter rose: 12 and 13 share
+    // 7's attitude, 11 is 2.6 degrees off (no agreement), and their summed
+    // gap beats the cluster's 2 x 2.4 degrees.
+    EXPECT_EQ(verdicts({{6, 117.6}, {7, 120}, {8, 122.4}, {11, 122.6}, {12, 120}, {13, 120}}), decided(12));
+    EXPECT_EQ(toggleCnts[12], 0u);
+}
+
+TEST(BankVerdict, AgreementAndSeparationLimits) {
+    const double eps = 1e-9 / kDeg;
+    for (double gap : {kAgree - eps, kAgree + eps}) {
+        EXPECT_EQ(verdicts({{6, 120 - gap}, {7, 120}, {8, 120.5}}).back(), gap < kAgree ? 7 : -1) << gap;
+    }
+    // A second established cluster makes the bank ambiguous beyond 7.5 degrees only.
+    for (double gap : {kSeparate - eps, kSeparate + eps}) {
+        const double rival = 120.0 + gap;
+        const int32_t v = verdicts({{6, 119.8}, {7, 120}, {8, 120.2}, {14, rival - 0.5}, {15, rival}, {16, rival - 0.3}})
+                              .back();
+        EXPECT_EQ(v, gap > kSeparate ? -2 : 7) << gap;
+    }
+}
+
+// Rival cluster 15..17 agrees from the second check on; whether it still
+// counts as a competitor at the fifth depends on one second of disagreement.
+TEST(BankVerdict, OneSecondOfDisagreementDemotesACompetitor) {
+    for (bool rival_breaks_up : {true, false}) {
+        verdicts({});
+        for (int k = 0; k < 3; ++k) set_heading(6 + k, 121.0 + k);
+        std::memset(toggleCnts, 0, sizeof toggleCnts);
+        std::vector<int32_t> results;
+        for (int call = 1; call <= 5; ++call) {
+            const bool rival_tight = call >= 2 && (call <= 4 || !rival_breaks_up);
+            for (int k = 0; k < 3; ++k) set_heading(15 + k, rival_tight ? 301.0 + k : 300.0 + 20.0 * k);
+            results.push_back(CheckParelFltConv());
+        }
+        EXPECT_EQ(toggleCnts[16], rival_breaks_up ? 2u : 4u);
+        EXPECT_EQ(results, (std::vector<int32_t>{-1, -1, -1, -1, rival_breaks_up ? 7 : -2}));
     }
 }
 

@@ -62,7 +62,7 @@ TEST(TiltStatus, TipIsTheInterpolatedAntennaPlusTheTurnedLever) {
     const double lever[3] = {0.1, 0.2, -1.5};
     const double mount_rph[3] = {0.01, -0.015, 0.005}, body_rph[3] = {3.0, 0.3, 1.0}, llh[3] = {0.5, 2.0, 0.0};
     config_cub(mount_rph);
-    double q[4];
+    double q[4], l_b[3], l_n[3], l_e[3];
     rph2qbn(q, body_rph);
     quat2dcm(NavMain.cbn, q);
     llh2cne(NavMain.cne, llh);
@@ -72,14 +72,13 @@ TEST(TiltStatus, TipIsTheInterpolatedAntennaPlusTheTurnedLever) {
     EXPECT_EQ(st.att[2], 3.0);
     // Through mounting, attitude and Earth frame in that order, from the
     // antenna 60 ms before the newest tag (0.4 of the newest, 0.6 of the previous).
-    double l_b[3], l_n[3], l_e[3];
     mtx_mul_vect_3d(l_b, s_cub.dcm, lever);
     mtx_mul_vect_3d(l_n, NavMain.cbn, l_b);
     mtx_mul_vect_3d(l_e, NavMain.cne, l_n);
-    EXPECT_NEAR(st.tip_pos[0], 4.0 + l_e[0], 1e-12);
-    EXPECT_NEAR(st.tip_pos[1], l_e[1], 1e-12);
-    EXPECT_NEAR(st.tip_pos[2], l_e[2], 1e-12);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(st.tip_std_total[i], st.tip_std[i] + 0.01f * static_cast<float>(i + 1));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_NEAR(st.tip_pos[i], (i == 0 ? 4.0 : 0.0) + l_e[i], 1e-12);
+        EXPECT_EQ(st.tip_std_total[i], st.tip_std[i] + 0.01f * static_cast<float>(i + 1));
+    }
 }
 
 // The tip error of an attitude error psi is l x psi: its variance on each
@@ -102,9 +101,6 @@ TEST(TiltStatus, PoleVarianceIsThreeTimesTheRotatedAttitudeCovariance) {
         EXPECT_NEAR(var[i], 3.0 * s, 1e-15);
     }
 }
-
-// ---------------------------------------------------------------------------
-// Mounting calibration
 
 struct Note { uint32_t code, len, percent; double result[3]; };
 std::vector<Note> g_notes;
@@ -143,25 +139,7 @@ protected:
 };
 constexpr double Calibration::kRef[3];
 
-TEST_F(Calibration, ProgressInOrderThenTheResult) {
-    Start(0.004, -0.003, 0.0);
-    Steps(1199);
-    ASSERT_EQ(g_notes.size(), 100u);
-    for (uint32_t k = 0; k < 99; ++k) {
-        EXPECT_EQ(g_notes[k].code, 1u);
-        EXPECT_EQ(g_notes[k].percent, k + 1);
-    }
-    const Note &res = g_notes.back();
-    EXPECT_EQ(res.code, 0u);
-    EXPECT_EQ(res.len, 24u);
-    EXPECT_NEAR(res.result[0], 0.004, 2e-5);
-    EXPECT_NEAR(res.result[1], -0.003, 2e-5);
-    EXPECT_NEAR(res.result[2], 0.0, 2e-5);
-    Steps(5);  // finished: nothing more happens
-    EXPECT_EQ(g_notes.size(), 100u);
-}
-
-TEST_F(Calibration, PoorFixRestartsAndReportsZero) {
+TEST_F(Calibration, PoorFixRestartsAndTheMisclosureGateIsInclusive) {
     Steps(23);
     EXPECT_EQ(g_notes.back().percent, 2u);
     Steps(1, 0.025f);  // float nearest 0.025 lies above it: rejected
@@ -169,9 +147,8 @@ TEST_F(Calibration, PoorFixRestartsAndReportsZero) {
     Steps(1, 0.0249f);
     EXPECT_EQ(FltCub.count, 2u);
     EXPECT_EQ(g_notes.back().percent, 0u);
-}
 
-TEST_F(Calibration, MisclosureGateIsInclusive) {
+    Start(0.0, 0.0, 0.0);
     pole_[2] = 0.0;  // the misclosure is then ant - ref exactly
     const float sd[3] = {0.01f, 0.01f, 0.01f};
     FltCub.ref_pos[0] = FltCub.ref_pos[1] = FltCub.ref_pos[2] = 0.0;
@@ -182,23 +159,30 @@ TEST_F(Calibration, MisclosureGateIsInclusive) {
     EXPECT_EQ(FltCub.count, 0u);
 }
 
-// A pole along body x makes heading observable; the report carries 0.3 of
-// it. Every reported angle is limited to 1.08 deg.
-TEST_F(Calibration, ReportedAnglesAreLimitedAndHeadingScaled) {
+// Progress 1..99 %, then the result once and nothing after. A pole along body
+// x makes heading observable; the report carries 0.3 of it. Every reported
+// angle is limited to 1.08 deg.
+TEST_F(Calibration, ProgressThenTheLimitedAndHeadingScaledResult) {
     const double limit = 0.01884955592153876, deg = M_PI / 180.0;
-    const struct { double rph[3], pole_x, want[3]; } cases[] = {
-        {{0.0, 0.0, 2.0 * deg}, 0.5, {NAN, 0.0, 0.6 * deg}},  // roll about the pole is unobservable
-        {{0.0, 0.0, 5.0 * deg}, 0.5, {NAN, 0.0, limit}},
-        {{-1.5 * deg, 0.01, 0.0}, 0.0, {-limit, 0.01, NAN}},
+    const struct { double rph[3], pole_x, pole_z, want[3]; } cases[] = {
+        {{0.004, -0.003, 0.0}, 0.0, -1.892, {0.004, -0.003, 0.0}},
+        {{0.0, 0.0, 2.0 * deg}, 0.5, 0.0, {NAN, 0.0, 0.6 * deg}},  // roll about the pole is unobservable
+        {{0.0, 0.0, 5.0 * deg}, 0.5, 0.0, {NAN, 0.0, limit}},
+        {{-1.5 * deg, 0.01, 0.0}, 0.0, -1.0, {-limit, 0.01, NAN}},
     };
     for (const auto &c : cases) {
         Start(c.rph[0], c.rph[1], c.rph[2]);
         pole_[0] = c.pole_x;
-        pole_[2] = c.pole_x != 0.0 ? 0.0 : -1.0;
+        pole_[2] = c.pole_z;
         Steps(1199);
-        ASSERT_EQ(g_notes.back().code, 0u);
-        for (int i = 0; i < 3; ++i)
-            EXPECT_TRUE(std::isnan(c.want[i]) || std::fabs(g_notes.back().result[i] - c.want[i]) < 1e-4) << i;
+        ASSERT_EQ(g_notes.size(), 100u);
+        for (uint32_t k = 0; k < 99; ++k) EXPECT_TRUE(g_notes[k].code == 1u && g_notes[k].percent == k + 1) << k;
+        const Note &res = g_notes.back();
+        ASSERT_EQ(res.code, 0u);
+        EXPECT_EQ(res.len, 24u);
+        for (int i = 0; i < 3; ++i) EXPECT_TRUE(std::isnan(c.want[i]) || std::fabs(res.result[i] - c.want[i]) < 2e-5) << i;
+        Steps(5);
+        EXPECT_EQ(g_notes.size(), 100u);
     }
 }
 
@@ -221,11 +205,10 @@ TEST_F(Calibration, TimeLimitIsCheckedOnAcceptedStepsOnly) {
     EXPECT_EQ(g_notes.back().code, 0u);
 }
 
-// ---------------------------------------------------------------------------
 // Gyro-bias store: offset by the axis number, clamped to 0.18 deg/s, and
 // only from a main filter that knows its bias well.
 
-TEST(BiasStore, MainFilterBiasIsEncodedClampedAndAcceptedBack) {
+TEST(BiasStore, EncodedClampedAndAcceptedBackElseTheCodeOrZeros) {
     const double att[3] = {0.001, 0.001, 0.001};
     SetMainState(att, 12);
     const double bias[3] = {0.01, -0.001, -0.02};
@@ -239,18 +222,12 @@ TEST(BiasStore, MainFilterBiasIsEncodedClampedAndAcceptedBack) {
     std::memcpy(cfg.gyro_bias_code, out, sizeof out);
     DrlibUpdateCfg(&cfg);
     EXPECT_NE(g_BgFromCfg, nullptr);
-}
 
-TEST(BiasStore, PoorlyKnownBiasFallsBackToTheConfiguredCodeOrZeros) {
-    const double att[3] = {0.001, 0.001, 0.001};
     SetMainState(att, 12);
     FltMain.gyro_bias[0] = 0.001;
     FltMain.L[gk_L_start[11] + 10] = 0.001;  // variance of state 11 now above (0.05 deg/s)^2
-    double out[3] = {9, 9, 9};
     bwxyz_store(out);
-    EXPECT_EQ(out[0], 0.0);
-    EXPECT_EQ(out[2], 0.0);
-    DrCfg cfg = drlib::drcfg16470;
+    EXPECT_TRUE(out[0] == 0.0 && out[2] == 0.0);
     const double code[3] = {1.0005, 2.0, 3.0};
     std::memcpy(cfg.gyro_bias_code, code, sizeof code);
     DrlibUpdateCfg(&cfg);

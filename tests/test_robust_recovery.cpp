@@ -42,13 +42,9 @@ protected:
     static void SetUpTestSuite() {
         drsim::SimOptions opt;  // survey: still 20 s, then tilting; the bank decides once it moves
         opt.scenario.seed = 3;
-        s_log = new std::vector<Record>(simtest::split_records(drsim::simulate(opt).log));
+        s_log = simtest::split_records(drsim::simulate(opt).log);
         simtest::start_engine();
-        s_fresh = new Outcome(Feed(*s_log));
-    }
-    static void TearDownTestSuite() {
-        delete s_log;
-        delete s_fresh;
+        s_fresh = Feed(s_log);
     }
 
     // Garbage, then the whole valid log.
@@ -58,17 +54,17 @@ protected:
             if (between) between(i);
             Feed({garbage[i]});
         }
-        const Outcome after = Feed(*s_log);
-        ASSERT_GE(s_fresh->first_fix, 0);
+        const Outcome after = Feed(s_log);
+        ASSERT_GE(s_fresh.first_fix, 0);
         ASSERT_GE(after.first_fix, 0) << "no tilt solution after the garbage";
-        EXPECT_LE(after.first_fix, s_fresh->first_fix + 10) << "later than a fresh start (one second of start-up)";
+        EXPECT_LE(after.first_fix, s_fresh.first_fix + 10) << "later than a fresh start (one second of start-up)";
         // The log's first record may be refused as not continuing the garbage:
         // then compare with a fresh start fed from its second record.
         const size_t skip = after.results[0] == 0u ? 0u : 1u;
-        Outcome ref = *s_fresh;
+        Outcome ref = s_fresh;
         if (skip != 0u) {
             simtest::start_engine();
-            ref = Feed(std::vector<Record>(s_log->begin() + 1, s_log->end()));
+            ref = Feed(std::vector<Record>(s_log.begin() + 1, s_log.end()));
             ref.stats.insert(ref.stats.begin(), TiltStat{});
         }
         size_t differing = 0;
@@ -77,19 +73,19 @@ protected:
         EXPECT_EQ(differing, 0u) << "statuses differ from a fresh start fed the same records";
     }
 
-    static std::vector<Record> *s_log;
-    static Outcome *s_fresh;
+    static std::vector<Record> s_log;
+    static Outcome s_fresh;
 };
-std::vector<Record> *Recovery::s_log = nullptr;
-Outcome *Recovery::s_fresh = nullptr;
+std::vector<Record> Recovery::s_log;
+Outcome Recovery::s_fresh;
 
 // With the main filter running (record 300 lies well after the heading is
 // decided), records that pass every check: positions, velocities and
 // deviations NaN or infinite, raw counts at the ends of their range.
 TEST_F(Recovery, NonFiniteValuesAndExtremeCountsWithTheMainFilterRunning) {
-    ASSERT_LT(s_fresh->first_fix, 290);
+    ASSERT_LT(s_fresh.first_fix, 290);
     const double nan = std::numeric_limits<double>::quiet_NaN(), inf = std::numeric_limits<double>::infinity();
-    std::vector<Record> g(s_log->begin(), s_log->begin() + 330);
+    std::vector<Record> g(s_log.begin(), s_log.begin() + 330);
     for (size_t i = 300; i < 330; ++i) {
         DrInput &h = header(g[i]);
         if (i < 320) {
@@ -97,10 +93,8 @@ TEST_F(Recovery, NonFiniteValuesAndExtremeCountsWithTheMainFilterRunning) {
             h.vel[(i + 1) % 3] = i % 2 ? inf : nan;
             h.pos_std[i % 3] = std::numeric_limits<float>::quiet_NaN();
         }
-        for (int k = 0; k < h.nsamples; ++k) {
-            samples(g[i])[k].gyro[k % 3] = (i + k) % 2 ? INT32_MAX : INT32_MIN;
-            samples(g[i])[k].acc[(k + 1) % 3] = INT32_MIN;
-        }
+        for (int k = 0; k < h.nsamples; ++k)
+            samples(g[i])[k].gyro[k % 3] = samples(g[i])[k].acc[(k + 1) % 3] = (i + k) % 2 ? INT32_MAX : INT32_MIN;
     }
     ExpectRecovers(g);
 }
@@ -111,7 +105,7 @@ TEST_F(Recovery, BrokenAndRandomRecordsWithResets) {
     std::vector<Record> g;
     for (size_t i = 0; i < 260; ++i) {
         if (i % 23 == 7) continue;  // a missing record
-        Record b = (*s_log)[i];
+        Record b = s_log[i];
         if (i % 31 == 5) samples(b)[3].time_us = samples(b)[2].time_us;
         if (i % 37 == 11) header(b).tow_ms += 50;
         if (i % 41 == 13) {

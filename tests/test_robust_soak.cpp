@@ -1,14 +1,10 @@
-// Soak: two hours of 10 Hz epochs in one run of the library. A simulated
-// survey session is fed over and over, each pass 135 s after the previous one
-// (so every pass starts with a break), with reset requests and dropped records
-// in some passes, across the GNSS week rollover and with the sequence number,
-// the history position and the IMU ring counters all wrapping through 2^32.
-//
-// Every pass sees exactly what the first one saw, so up to a disturbance its
-// statuses must repeat the first pass's bit for bit (time tag aside): nothing
-// drifts, nothing accumulates, and the wrapped counters change nothing. After
-// a reset request or a lost record a pass must regain a tilt solution within
-// the start-up time and then agree with the first pass within centimetres.
+// Soak: two hours of 10 Hz epochs in one run. A survey session is fed over and
+// over, each pass 135 s after the previous one (so each starts with a break),
+// some with a reset request or a dropped record, across the week rollover and
+// with the sequence number, history position and IMU ring counters wrapping.
+// Up to a disturbance a pass must repeat the first pass's statuses bit for bit
+// (time tag aside): nothing drifts or accumulates, wrapped counters change
+// nothing. After one it must regain a solution within the start-up time.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -36,14 +32,11 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
     const size_t passes = (kSessionEpochs + pass.size() - 1) / pass.size();
 
     simtest::start_engine();
-    // A library that has run for a long time: the history position about to wrap.
-    const uint32_t pos0 = 0xFFFFFFFFu - 20000u;
+    // A library that has run long: history position and sequence number about
+    // to wrap; an hour before the end of the week (added to the session's tags).
+    const uint32_t pos0 = 0xFFFFFFFFu - 20000u, seq0 = 0xFFFFFFFFu - 30000u;
+    const uint32_t tow0 = kWeekMs - 3600u * 1000u - 345600000u;
     g_FusionInPos = pos0;
-
-    // Starts an hour before the end of the week, with the sequence number near its wrap.
-    const uint32_t tow0 = kWeekMs - 3600u * 1000u - 345600000u;  // added to the session's own tags
-    const uint32_t seq0 = 0xFFFFFFFFu - 30000u;
-
     std::vector<TiltStat> first_pass(pass.size());
     size_t fed = 0, compared = 0;
     bool crossed_week = false;
@@ -64,8 +57,7 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
             h.seq = seq0 + static_cast<uint32_t>(fed);
             const int calls = simtest::g_tilt_calls;
             if (p == 0 && i == 0) h.version = 0;  // every pass then starts its run with record 1
-            const uint32_t pos_before = g_FusionInPos;
-            const uint32_t result = DrlibUpdateFusion(&h);
+            const uint32_t pos_before = g_FusionInPos, result = DrlibUpdateFusion(&h);
             ++fed;
             ASSERT_EQ(g_FusionInPos, pos_before + 1u);
             // Refused: the first record of a pass, and the one after a lost record.
@@ -94,12 +86,13 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
             } else if (s.status != 0) {
                 if (fix_after_disturbance < 0) fix_after_disturbance = static_cast<long>(i - disturbed_at);
                 // Both estimate the same tip; the restarted filter settles for ten seconds first.
-                for (int k = 0; k < 3; ++k) ASSERT_TRUE(std::isfinite(s.att[k]) && std::isfinite(s.tip_pos[k]));
-                if (i >= disturbed_at + static_cast<size_t>(fix_after_disturbance) + 100u && first_pass[i].status != 0) {
-                    double d2 = 0.0;
-                    for (int k = 0; k < 3; ++k) d2 += (s.tip_pos[k] - first_pass[i].tip_pos[k]) * (s.tip_pos[k] - first_pass[i].tip_pos[k]);
-                    max_settled_diff = std::fmax(max_settled_diff, std::sqrt(d2));
+                double d2 = 0.0;
+                for (int k = 0; k < 3; ++k) {
+                    ASSERT_TRUE(std::isfinite(s.att[k]) && std::isfinite(s.tip_pos[k]));
+                    d2 += (s.tip_pos[k] - first_pass[i].tip_pos[k]) * (s.tip_pos[k] - first_pass[i].tip_pos[k]);
                 }
+                if (i >= disturbed_at + static_cast<size_t>(fix_after_disturbance) + 100u && first_pass[i].status != 0)
+                    max_settled_diff = std::fmax(max_settled_diff, std::sqrt(d2));
             }
         }
         if (disturbed_at < pass.size()) {

@@ -1,9 +1,10 @@
-// Generated logs as the library's input staging sees them, the log format's
+// Generated logs as the library's update cycle sees them, the log format's
 // round trip and the reader's diagnosis of damaged logs.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
+#include "dr_global_var.h"
 #include "drlib.h"
 #include "log_io.h"
 #include "sim_replay.h"
@@ -19,19 +20,16 @@ drsim::SimOptions short_run(const char *scenario, uint64_t seed) {
     return opt;
 }
 
-// Every record of every scenario must be accepted and continuous, and every
-// epoch after the first must resample to ten complete slots.
+// Every record is accepted (valid, staged, continuous) and every epoch after
+// the first resamples to ten complete slots.
 void expect_accepted(const drsim::SimOptions &opt) {
     const drsim::SimResult sim = drsim::simulate(opt);
-    drsim::LogCheck check;
-    const auto records = drsim::read_log(sim.log.data(), sim.log.size(), &check);
-    ASSERT_TRUE(check.ok) << check.reason;
+    const std::vector<simtest::Record> records = simtest::split_records(sim.log);
     ASSERT_EQ(records.size(), sim.records);
-    const auto staged = simtest::stage_records(records);
-    ASSERT_EQ(staged.size(), records.size());
-    for (size_t k = 0; k < staged.size(); ++k) {
-        EXPECT_TRUE(staged[k].valid && staged[k].staged && !staged[k].brk) << k;
-        EXPECT_TRUE(k == 0 || staged[k].slots == 10u) << k;
+    simtest::start_engine();
+    for (size_t k = 0; k < records.size(); ++k) {
+        ASSERT_EQ(simtest::feed(records[k]), 0u) << k;
+        EXPECT_TRUE(k == 0 || GET_FUSION_IN(g_FusionInPos - 1u, 0u).header.nsamples == 10) << k;
     }
     EXPECT_TRUE(drsim::check_log(sim.log.data(), sim.log.size(), true).ok);
 }
@@ -43,7 +41,7 @@ TEST(SimLog, EveryRecordPassesValidityAndContinuity) {
     }
     drsim::SimOptions opt = short_run("survey", 11);
     opt.imu_grade = "consumer";
-    opt.imu_jitter_us = 4000;        // the largest jitter the spacing rule allows
+    opt.imu_jitter_us = 4000;  // the largest jitter the spacing rule allows
     opt.gnss_tow_jitter = true;
     expect_accepted(opt);
 }
@@ -59,10 +57,9 @@ TEST(SimLog, WeekRolloverStaysContinuous) {
     EXPECT_EQ(sim.truth[29].tow_ms, 604797000U + 2900U);
     EXPECT_EQ(sim.truth[30].tow_ms, 0U);
     EXPECT_EQ(sim.truth[30].week, sim.truth[29].week + 1);
-    const auto records = drsim::read_log(sim.log.data(), sim.log.size());
-    for (const auto &r : records)
+    for (const auto &r : drsim::read_log(sim.log.data(), sim.log.size()))
         for (const ImuSample &s : r.samples) {
-            // Within 60 ms before the tag: the stamp's place in the second agrees with GNSS time.
+            // Shortly before the tag: the stamp's place in the second agrees with GNSS time.
             const uint32_t lag = (r.header.tow_ms % 1000U * 1000U + 1000000U - s.time_us % 1000000U) % 1000000U;
             EXPECT_LT(lag, 150000U);
         }
@@ -70,10 +67,8 @@ TEST(SimLog, WeekRolloverStaysContinuous) {
 
 TEST(SimLog, RoundTripsByteForByteAndDeterministically) {
     const drsim::SimResult a = drsim::simulate(short_run("survey", 9));
-    const drsim::SimResult b = drsim::simulate(short_run("survey", 9));
-    EXPECT_EQ(a.log, b.log);
+    EXPECT_EQ(a.log, drsim::simulate(short_run("survey", 9)).log);
     EXPECT_NE(a.log, drsim::simulate(short_run("survey", 10)).log);
-
     std::vector<uint8_t> again;
     for (const auto &r : drsim::read_log(a.log.data(), a.log.size())) drsim::append_record(again, r.header, r.samples);
     EXPECT_EQ(again, a.log);
@@ -85,19 +80,18 @@ TEST(SimLog, ReaderLocatesTheFirstDamagedRecord) {
     const auto records = drsim::read_log(sim.log.data(), sim.log.size());
     ASSERT_GT(records.size(), 20u);
     const size_t r7 = records[7].offset, r8 = records[8].offset;
+    // One sample lost inside record 7: the structural walk loses step at the
+    // next header, the strict walk sees the foreign bytes in record 7.
+    std::vector<uint8_t> log = sim.log;
+    log.erase(log.begin() + static_cast<long>(r7 + 100), log.begin() + static_cast<long>(r7 + 132));
+    const drsim::LogCheck c = drsim::check_log(log.data(), log.size(), false);
+    EXPECT_FALSE(c.ok);
+    EXPECT_EQ(c.records, 8u);
+    EXPECT_EQ(c.record_offset, r8);  // where record 7, read at its stated length, ends
+    const drsim::LogCheck s = drsim::check_log(log.data(), log.size(), true);
+    EXPECT_EQ(s.records, 7u);
+    EXPECT_EQ(s.record_offset, r7);
 
-    {   // One sample lost inside record 7: the structural walk loses step at
-        // the next header, the strict walk sees the foreign bytes in record 7.
-        std::vector<uint8_t> log = sim.log;
-        log.erase(log.begin() + static_cast<long>(r7 + 100), log.begin() + static_cast<long>(r7 + 132));
-        const drsim::LogCheck c = drsim::check_log(log.data(), log.size(), false);
-        EXPECT_FALSE(c.ok);
-        EXPECT_EQ(c.records, 8u);
-        EXPECT_EQ(c.record_offset, r8);  // where record 7, read at its stated length, ends
-        const drsim::LogCheck s = drsim::check_log(log.data(), log.size(), true);
-        EXPECT_EQ(s.records, 7u);
-        EXPECT_EQ(s.record_offset, r7);
-    }
     const drsim::LogCheck cut = drsim::check_log(sim.log.data(), r8 + 50, false);  // a cut at the end
     EXPECT_FALSE(cut.ok);
     EXPECT_EQ(cut.record_offset, r8);
@@ -110,13 +104,13 @@ TEST(SimLog, ReaderLocatesTheFirstDamagedRecord) {
         {r8 + offsetof(DrInput, seq), 0x04, false, r8 + offsetof(DrInput, seq)},
         {r8 + offsetof(DrInput, tow_ms) + 1, 0x01, false, r8 + offsetof(DrInput, tow_ms)},  // 256 ms off
         {stamp + 1, 0x40, false, stamp}};                                                  // 16 ms off
-    for (const auto &c : cases) {
-        std::vector<uint8_t> log = sim.log;
-        log[c.at] ^= c.flip;
-        EXPECT_EQ(drsim::check_log(log.data(), log.size(), false).ok, !c.structural) << c.at - r8;
+    for (const auto &k : cases) {
+        log = sim.log;
+        log[k.at] ^= k.flip;
+        EXPECT_EQ(drsim::check_log(log.data(), log.size(), false).ok, !k.structural) << k.at - r8;
         const drsim::LogCheck strict = drsim::check_log(log.data(), log.size(), true);
-        EXPECT_EQ(strict.record_offset, r8) << c.at - r8;
-        EXPECT_EQ(strict.byte_offset, c.reported) << c.at - r8;
+        EXPECT_EQ(strict.record_offset, r8) << k.at - r8;
+        EXPECT_EQ(strict.byte_offset, k.reported) << k.at - r8;
     }
 }
 
