@@ -12,11 +12,10 @@ namespace {
 constexpr double kPi = 3.141592653589793;
 
 void matmul3(double *out, const double *a, const double *b) {
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) {
-            out[3 * i + j] = 0.0;
-            for (int k = 0; k < 3; ++k) out[3 * i + j] += a[3 * i + k] * b[3 * k + j];
-        }
+    for (int i = 0; i < 9; ++i) {
+        const int r = i / 3 * 3, c = i % 3;
+        out[i] = a[r] * b[c] + a[r + 1] * b[c + 3] + a[r + 2] * b[c + 6];
+    }
 }
 
 // cbn = Rz(heading) Ry(pitch) Rx(roll) from right-handed elementary rotations.
@@ -37,25 +36,18 @@ TEST(AttitudeQuaternion, HamiltonProductAndSignConvention) {
     const double i[4] = {0, 1, 0, 0}, j[4] = {0, 0, 1, 0};
     double r[4];
     quat_prod(r, i, j);  // i j = k
-    EXPECT_EQ(r[0], 0.0);
-    EXPECT_EQ(r[3], 1.0);
+    EXPECT_TRUE(r[0] == 0.0 && r[3] == 1.0);
     quat_prod(r, i, i);  // -1, stored with the sign flipped
-    EXPECT_EQ(r[0], 1.0);
-    EXPECT_TRUE(r[1] == 0.0 && signbit(r[1]) && signbit(r[2]) && signbit(r[3]));
-    // Chaining frames: DCM of p (x) q is DCM(p) DCM(q); aliasing gives the same bits.
-    const double p[4] = {0.8, 0.1, -0.5, 0.3}, q[4] = {-0.2, 0.6, 0.4, 0.66};
-    double pq[4], mp[9], mq[9], mpq[9], prod[9];
+    EXPECT_TRUE(r[0] == 1.0 && r[1] == 0.0 && signbit(r[1]) && signbit(r[2]) && signbit(r[3]));
+    // Chaining frames: DCM of p (x) q is DCM(p) DCM(q); the output may alias an input.
+    double p[4] = {0.8, 0.1, -0.5, 0.3}, q[4] = {-0.2, 0.6, 0.4, 0.66}, pq[4], m[3][9], prod[9];
     quat_prod(pq, p, q);
-    quat2dcm(mp, p);
-    quat2dcm(mq, q);
-    quat2dcm(mpq, pq);
-    matmul3(prod, mp, mq);
-    expect_dcm_near(mpq, prod, 1e-15);
+    quat2dcm(m[0], p), quat2dcm(m[1], q), quat2dcm(m[2], pq);
+    matmul3(prod, m[0], m[1]);
+    expect_dcm_near(m[2], prod, 1e-15);
     EXPECT_GE(pq[0], 0.0);
-    double a[4];
-    memcpy(a, p, sizeof a);
-    quat_prod(a, a, q);  // the output may alias an input
-    EXPECT_EQ(memcmp(a, pq, sizeof a), 0);
+    quat_prod(p, p, q);
+    EXPECT_EQ(memcmp(p, pq, sizeof p), 0);
 }
 
 TEST(AttitudeConventions, NinetyDegreeGridIncludingGimbalLock) {
@@ -91,15 +83,14 @@ TEST(AttitudeConventions, NinetyDegreeGridIncludingGimbalLock) {
 // The 90-degree grid reaches every branch; ties between diagonal entries
 // must pick a fixed one.
 TEST(AttitudeConventions, TiesInTheBranchSelectionOfDcmToQuaternion) {
-    // Ties: M[0] == M[4] with M[8] < 0 goes to the y branch (component 2 from t),
+    // M[0] == M[4] with M[8] < 0 goes to the y branch (component 2 from t),
     // M[0] == -M[4] with M[8] >= 0 to the trace branch (component 0 from t).
     const double tie_y[9] = {0.2, 0, 0, 0, 0.2, 0, 0, 0, -0.5};
     const double tie_trace[9] = {0.3, 0, 0, 0, -0.3, 0, 0, 0, 0.1};
-    double q[4];
-    dcm2quat(q, tie_y);
+    double q[4], q2[4];
+    dcm2quat(q, tie_y), dcm2quat(q2, tie_trace);
     EXPECT_DOUBLE_EQ(q[2], 0.5 * sqrt(1.0 - 0.2 + 0.2 + 0.5));
-    dcm2quat(q, tie_trace);
-    EXPECT_DOUBLE_EQ(q[0], 0.5 * sqrt(1.1));
+    EXPECT_DOUBLE_EQ(q2[0], 0.5 * sqrt(1.1));
 }
 
 TEST(AttitudeRotationVector, SeriesBelowPiClosedFormFromPi) {

@@ -53,17 +53,13 @@ StepModel step_model(const NavState &nav, int n, const double *dtheta, const dou
 // Householder triangularisation of the whole dense [Phi L | G]: the factor
 // itself, diagonal signs included, not only its product.
 std::vector<double> dense_factor(const StepModel &s, int n, const double *L0) {
-    Mat l(n, n);
-    for (int i = 0, k = 0; i < n; ++i)
-        for (int j = 0; j <= i; ++j) l(i, j) = L0[k++];
-    const Mat pl = kftest::mul(s.phi, l);
-    std::vector<double> ext(static_cast<size_t>(2 * n * n)), work(static_cast<size_t>(2 * n));
-    std::vector<double> out(static_cast<size_t>(n * (n + 1) / 2));
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j) {
-            ext[static_cast<size_t>(i * 2 * n + j)] = pl(i, j);
-            ext[static_cast<size_t>(i * 2 * n + n + j)] = s.g(i, j);
-        }
+    const mtest::Mat l0 = mtest::unpack_lower(mtest::Mat(L0, L0 + mtest::tri(n)), n);
+    const mtest::Mat pl = mtest::mul(s.phi.a, l0, n, n, n);
+    std::vector<double> ext, work(static_cast<size_t>(2 * n)), out(static_cast<size_t>(mtest::tri(n)));
+    for (int i = 0; i < n; ++i) {
+        ext.insert(ext.end(), pl.begin() + i * n, pl.begin() + (i + 1) * n);
+        ext.insert(ext.end(), s.g.a.begin() + i * n, s.g.a.begin() + (i + 1) * n);
+    }
     lq_decompose(out.data(), ext.data(), n, 2 * n, work.data());
     return out;
 }
@@ -79,12 +75,8 @@ TEST(KfPropagate, FactorMatchesCovarianceFormAndDenseTriangularisation) {
     EXPECT_NEAR(q_ex[2], 0.001481, 1e-15);
     for (int n : {6, 9, 12}) {
         for (int trial = 0; trial < 20; ++trial) {
-            NavState nav;
-            memset(&nav, 0, sizeof nav);
-            const double q[4] = {1.0, 0.3 * u(rng), 0.3 * u(rng), u(rng)};
-            const double s = 1.0 / sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
-            const double qn[4] = {q[0] * s, q[1] * s, q[2] * s, q[3] * s};
-            quat2dcm(nav.cbn, qn);
+            const double rph[3] = {0.6 * u(rng), 0.6 * u(rng), 3.0 * u(rng)}, still[3] = {};
+            NavState nav = kftest::make_nav(0.0, 0.0, 0.0, still, rph);  // rates set below
             double dtheta[6], dvel[6];
             for (int k = 0; k < 3; ++k) {
                 nav.f_n[k] = 2.0 * u(rng) - (k == 2 ? 9.8 : 0.0);

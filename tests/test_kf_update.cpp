@@ -15,7 +15,7 @@ TEST(KfMeasurementUpdate, MatchesTextbookFilterAndAccumulatesDx) {
         for (int trial = 0; trial < 10; ++trial) {
             double L[78], H[36], r[3], dx[12] = {};
             kftest::random_factor(L, n, rng);
-            Mat Hm(m, n), P = kftest::covariance(L, n), want_dx(n, 1);
+            Mat Hm(m, n), P = kftest::covariance(L, n), want_dx(n, 1), got_dx(n, 1);
             for (int i = 0; i < m * n; ++i) Hm.a[static_cast<size_t>(i)] = H[i] = u(rng);
             for (int i = 0; i < m; ++i) r[i] = 0.01 + 0.05 * fabs(u(rng));
             for (int call = 0; call < 2; ++call) {  // the second call adds to the same dx
@@ -23,7 +23,6 @@ TEST(KfMeasurementUpdate, MatchesTextbookFilterAndAccumulatesDx) {
                 for (int i = 0; i < m; ++i) z[i] = 0.2 * u(rng);
                 KFInnoInput(dx, L, H, z, r, n, m);
                 P = kftest::textbook_update(P, Hm, z, r, &want_dx);
-                Mat got_dx(n, 1);
                 got_dx.a.assign(dx, dx + n);
                 EXPECT_LT(kftest::rel_err(got_dx, want_dx), 1e-10) << n << "x" << m;
                 EXPECT_LT(kftest::rel_err(kftest::covariance(L, n), P), 1e-10) << n << "x" << m;

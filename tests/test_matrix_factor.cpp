@@ -1,5 +1,8 @@
-// Square-root filter core: LQ triangularisation, triangular inverse and the
-// update chains against the dense Kalman equations.
+// Factorisations of the square-root filter core, checked by rebuilding or
+// inverting their input, and the measurement update chain against the dense
+// Kalman equations.
+#include <algorithm>
+
 #include "matrix_test_util.h"
 
 using namespace mtest;
@@ -14,12 +17,18 @@ Mat lq(Mat A, int n, int m) {  // A is taken by value: the kernel destroys it
 
 Mat factor_product(const Mat &L, int n) { return gram(unpack_lower(L, n), n, n); }
 
+Mat random_spd(std::mt19937 &rng, int n) {  // B B^T + I, packed
+    Mat S = gram(random_dense(rng, n, n), n, n);
+    for (int i = 0; i < n; ++i) S[i * n + i] += 1.0;
+    return pack_lower(S, n);
+}
+
 }  // namespace
 
 TEST(LqDecompose, FactorReproducesAAt) {
     for (int i = 0; i < 256; ++i) ASSERT_EQ(gk_L_start[i], tri(i));
     std::mt19937 rng(11);
-    for (int n = 1; n <= 9; ++n)
+    for (int n = 1; n <= 12; ++n)
         for (int m : {n, n + 1, 2 * n}) {
             const Mat A = random_dense(rng, n, m);
             EXPECT_TRUE(all_near(factor_product(lq(A, n, m), n), gram(A, n, m), 1e-12)) << n << "x" << m;
@@ -49,28 +58,73 @@ TEST(LqDecompose, RankDeficientRowGetsZeroDiagonalWithoutNaN) {
     EXPECT_TRUE(all_near(factor_product(LB, 3), gram(B, 3, 3), 1e-14));
 }
 
-TEST(InvL, InverseOnBothSides) {
+TEST(Inverses, InvLAndInvSAgainstTheIdentity) {
     std::mt19937 rng(21);
     for (int n = 1; n <= 12; ++n) {
-        const Mat L = random_factor(rng, n);
-        Mat X(L.size(), -99.0);
+        const Mat L = random_factor(rng, n), S = random_spd(rng, n);
+        Mat X(L.size(), -99.0), work = S, Si(S.size());
         InvL(X.data(), L.data(), n);
         const Mat Ld = unpack_lower(L, n), Xd = unpack_lower(X, n);
         EXPECT_TRUE(all_near(mul(Ld, Xd, n, n, n), identity(n), 1e-13)) << n;
         EXPECT_TRUE(all_near(mul(Xd, Ld, n, n, n), identity(n), 1e-13)) << n;
+        InvS(Si.data(), work.data(), n);
+        const Mat SSi = mul(unpack_sym(S, n), unpack_sym(Si, n), n, n, n);
+        EXPECT_TRUE(all_near(SSi, identity(n), 1e-12)) << n;
+    }
+    double U[3], S2[3] = {4.0, 2.0, 3.0};
+    LDLTDecompose(U, S2, 2);  // D = (4, 2), L(1, 0) = 0.5 stored times D(0)
+    EXPECT_TRUE(all_near(Mat(U, U + 3), {4.0, 2.0, 2.0}, 0.0));
+    Mat D = {2.0, 0.0, -4.0, 0.0, 0.0, 8.0}, out(6);
+    InvS(out.data(), D.data(), 3);
+    EXPECT_TRUE(all_near(out, {0.5, 0.0, -0.25, 0.0, 0.0, 0.125}, 0.0));
+    EXPECT_TRUE(all_near(D, out, 0.0));  // the input ends as D^-1 L^-1
+}
+
+TEST(LtdlDecomposePivot, RebuildsPermutedMatrix) {
+    std::mt19937 rng(62);
+    for (int n = 1; n <= 12; ++n) {
+        const Mat S = random_spd(rng, n), Sd = unpack_sym(S, n);
+        Mat F = S, d(n);
+        std::vector<int32_t> perm(n);
+        ltdl_decompose_pivot(F.data(), d.data(), perm.data(), n);
+        std::vector<int32_t> sorted = perm;
+        std::sort(sorted.begin(), sorted.end());
+        for (int i = 0; i < n; ++i) ASSERT_EQ(sorted[i], i) << "not a permutation";
+        const Mat Ld = unpack_lower(F, n), rebuilt = mul(transpose(Ld, n, n), mul(diag(d), Ld, n, n, n), n, n, n);
+        for (int i = 0; i < n; ++i) {
+            EXPECT_EQ(Ld[i * n + i], 1.0);
+            for (int j = 0; j < n; ++j) EXPECT_NEAR(rebuilt[i * n + j], Sd[perm[i] * n + perm[j]], 1e-12) << n;
+        }
+    }
+    double S[6] = {3.0, 0.0, 1.0, 0.0, 0.0, 2.0}, d[3];  // diag(3, 1, 2): 1 goes last
+    int32_t perm[3];
+    ltdl_decompose_pivot(S, d, perm, 3);
+    EXPECT_EQ(std::vector<int32_t>(perm, perm + 3), (std::vector<int32_t>{0, 2, 1}));
+    EXPECT_TRUE(all_near(Mat(d, d + 3), {3.0, 2.0, 1.0}, 0.0));
+    EXPECT_TRUE(all_near(Mat(S, S + 6), {1.0, 0.0, 1.0, 0.0, 0.0, 1.0}, 0.0));
+}
+
+TEST(EigDecomposeJacobi, RebuildsRandomSymmetricMatrices) {
+    std::mt19937 rng(63);
+    for (int n : {2, 3, 4, 5, 6, 7, 12, 30}) {
+        const Mat S = random_dense(rng, 1, tri(n));
+        Mat work = S, work2 = S, e(n), e2(n), E(n * n);
+        eig_decompose_jacobi(e.data(), E.data(), work.data(), n);
+        EXPECT_TRUE(all_near(mul(E, mul(diag(e), transpose(E, n, n), n, n, n), n, n, n), unpack_sym(S, n), 1e-12));
+        EXPECT_TRUE(all_near(mul(transpose(E, n, n), E, n, n, n), identity(n), 1e-12)) << n;
+        eig_decompose_jacobi(e2.data(), nullptr, work2.data(), n);  // same rotations without vectors
+        EXPECT_EQ(e2, e) << n;
     }
 }
 
 TEST(ClearOffDiagL, ZeroesRowAndColumnOfOneState) {
-    const int n = 5;
-    for (int k = 0; k < n; ++k) {
-        Mat L(tri(n));
+    for (int k = 0; k < 5; ++k) {
+        Mat L(tri(5));
         for (size_t i = 0; i < L.size(); ++i) L[i] = 1.0 + static_cast<double>(i);
-        const Mat before = L;
-        ClearOffDiagL(L.data(), k, n);
-        for (int i = 0; i < n; ++i)
+        ClearOffDiagL(L.data(), k, 5);
+        for (int i = 0; i < 5; ++i)
             for (int j = 0; j <= i; ++j)
-                EXPECT_EQ(L[tri(i) + j], i != j && (i == k || j == k) ? 0.0 : before[tri(i) + j]) << k;
+                EXPECT_EQ(L[tri(i) + j], i != j && (i == k || j == k) ? 0.0 : 1 + tri(i) + j) << k;
     }
 }
 
@@ -105,20 +159,4 @@ TEST(UpdateChains, MeasurementUpdateMatchesKalmanEquations) {
             for (size_t i = 0; i < P.size(); ++i) P_ref[i] = P[i] - P_ref[i];
             EXPECT_TRUE(all_near(factor_product(Lp, n), P_ref, 1e-11)) << n << "," << m;
         }
-}
-
-// Time update: [A L | G] triangularised gives L+ L+^T = A P A^T + G G^T.
-TEST(UpdateChains, TimeUpdatePropagatesCovariance) {
-    std::mt19937 rng(41);
-    for (int n = 1; n <= 12; ++n) {
-        const Mat L = random_factor(rng, n), A = random_dense(rng, n, n), G = random_dense(rng, n, n);
-        Mat E(2 * n * n);
-        for (int i = 0; i < n; ++i)
-            for (int j = 0; j < n; ++j) E[i * 2 * n + n + j] = G[i * n + j];
-        CalcAL2EM(E.data(), A.data(), L.data(), n);
-        Mat want = gram(mul(A, unpack_lower(L, n), n, n, n), n, n);
-        const Mat GGt = gram(G, n, n);
-        for (size_t i = 0; i < want.size(); ++i) want[i] += GGt[i];
-        EXPECT_TRUE(all_near(factor_product(lq(E, n, 2 * n), n), want, 1e-12)) << n;
-    }
 }

@@ -1,5 +1,5 @@
-// The Calc* product family against plain dense products, at every size 1..6
-// in each dimension (remainder and bound errors show at small sizes).
+// Matrix products against plain dense loops at every small size, where index,
+// remainder and bound errors hide.
 #include "matrix_test_util.h"
 
 using namespace mtest;
@@ -11,6 +11,31 @@ constexpr double kTol = 1e-13;
 constexpr double kSentinel = 12345.0;
 
 }  // namespace
+
+// A (m x n) B (n x p); A B^T with B stored p x n; A^T B with A stored n x m.
+// Exact sums in the same order, and nothing written beyond the m x p result.
+TEST(DenseProducts, GeneralProductsMatchPlainLoopsAtEverySize) {
+    std::mt19937 rng(50);
+    const Mat a = random_dense(rng, 5, 5), b = random_dense(rng, 5, 5);
+    for (int m = 0; m <= 5; ++m)
+        for (int n = 0; n <= 5; ++n)
+            for (int p = 0; p <= 5; ++p)
+                for (int form = 0; form < 3; ++form) {
+                    Mat out(26, kSentinel);
+                    if (form == 0) mtx_mul_mtx(out.data(), a.data(), b.data(), m, n, p);
+                    if (form == 1) mtx_mul_mtxt(out.data(), a.data(), b.data(), m, n, p);
+                    if (form == 2) mtxt_mul_mtx(out.data(), a.data(), b.data(), n, m, p);
+                    Mat want(26, kSentinel);
+                    for (int i = 0; i < m; ++i)
+                        for (int j = 0; j < p; ++j) {
+                            want[i * p + j] = 0.0;
+                            for (int k = 0; k < n; ++k)
+                                want[i * p + j] += (form == 2 ? a[k * m + i] : a[i * n + k]) *
+                                                   (form == 1 ? b[j * n + k] : b[k * p + j]);
+                        }
+                    EXPECT_TRUE(all_near(out, want, 0.0)) << m << n << p << " form " << form;
+                }
+}
 
 TEST(ProductKernels, TriangularAndSymmetricOperands) {
     std::mt19937 rng(51);
@@ -41,6 +66,12 @@ TEST(ProductKernels, TriangularAndSymmetricOperands) {
         const Mat d = random_dense(rng, 1, n);
         CalcLtDL2S(o.data(), L.data(), d.data(), n);
         EXPECT_TRUE(all_near(o, pack_lower(mul(Lt, mul(diag(d), Ld, n, n, n), n, n, n), n), kTol)) << "CalcLtDL2S";
+        // A permutation with a repeat and a subset selects from the symmetric matrix.
+        const int32_t perm[4] = {n - 1, 0, n - 1, n / 2};
+        Mat ps(tri(4));
+        CalcPtSP2S(ps.data(), S.data(), perm, 4);
+        for (int i = 0; i < 4; ++i)
+            for (int j = 0; j <= i; ++j) EXPECT_EQ(ps[tri(i) + j], Sd[perm[i] * n + perm[j]]);
     }
 }
 
@@ -66,20 +97,26 @@ TEST(ProductKernels, DenseOperands) {
         }
 }
 
-TEST(ProductKernels, PermutationAndSelectionOfSymmetric) {
-    std::mt19937 rng(53);
-    const Mat S = random_dense(rng, 1, tri(5)), Sd = unpack_sym(S, 5);
-    const int32_t perm[4] = {4, 0, 4, 2};  // a repeat and a subset
-    Mat o(tri(4));
-    CalcPtSP2S(o.data(), S.data(), perm, 4);
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j <= i; ++j) EXPECT_EQ(o[tri(i) + j], Sd[perm[i] * 5 + perm[j]]);
-}
-
-// CalcAL2EM and CalcHL2EM are checked through the update chains.
-TEST(ExtendedMatrixKernels, BlockListAddsSparseProduct) {
-    const int n = 6;
+// The left half of the time update's [A L | G]: CalcAL2EM writes it at every
+// size, CalcBL2EM adds it from a block list (CalcHL2EM is checked through the
+// measurement update chain).
+TEST(ExtendedMatrixKernels, DenseAndBlockListProducts) {
     std::mt19937 rng(55);
+    auto expect_left_half = [](const Mat &E, const Mat &before, const Mat &AL, bool add, int n) {
+        for (int i = 0; i < n; ++i)
+            for (int j = 0; j < 2 * n; ++j) {
+                const double left = j < n ? AL[i * n + j] : 0.0, old = before[i * 2 * n + j];
+                EXPECT_NEAR(E[i * 2 * n + j], j < n && !add ? left : old + left, kTol) << n;
+            }
+    };
+    for (int n = 1; n <= 12; ++n) {
+        const Mat L = random_factor(rng, n), A = random_dense(rng, n, n);
+        const Mat before = random_dense(rng, n, 2 * n);
+        Mat E = before;
+        CalcAL2EM(E.data(), A.data(), L.data(), n);
+        expect_left_half(E, before, mul(A, unpack_lower(L, n), n, n, n), false, n);
+    }
+    const int n = 6;
     const Mat L = random_factor(rng, n), b0 = random_dense(rng, 3, 3), b1 = random_dense(rng, 2, 4);
     const Mat b2 = {2.5}, poison = {1e9};
     // An empty block, then the terminator, then a block that must never be read.
@@ -91,11 +128,8 @@ TEST(ExtendedMatrixKernels, BlockListAddsSparseProduct) {
     for (int i = 0; i < 2; ++i)
         for (int j = 0; j < 4; ++j) A[(3 + i) * n + 1 + j] = b1[i * 4 + j];
     A[5 * n + 5] = 2.5;
-
-    Mat E = random_dense(rng, n, 2 * n);
-    const Mat before = E, AL = mul(A, unpack_lower(L, n), n, n, n);
+    const Mat before = random_dense(rng, n, 2 * n);
+    Mat E = before;
     CalcBL2EM(E.data(), blocks, L.data(), n);
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < 2 * n; ++j)
-            EXPECT_NEAR(E[i * 2 * n + j], before[i * 2 * n + j] + (j < n ? AL[i * n + j] : 0.0), kTol);
+    expect_left_half(E, before, mul(A, unpack_lower(L, n), n, n, n), true, n);
 }
