@@ -11,6 +11,7 @@
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "drlib.h"
+#include "kf_dims.h"
 
 namespace {
 
@@ -37,7 +38,7 @@ constexpr double kOpposedSinLimit = 1e-8;
 constexpr double kSeedVelStd_mps = 0.1;
 constexpr double kSeedAttStd_rad = 0.5235987755982988;  // 30 deg: nothing known but the levelling
 constexpr int kVelStates = 3;
-constexpr int kBankStates = 6;
+using drlib::kKfBankStates;
 
 // Mean specific force over the 0.5 s ending with the newest entry, body axes, m/s^2.
 void mean_specific_force_b(double *f_b, uint32_t newest_pos) {
@@ -120,14 +121,14 @@ void levelling_quat(double *q, const double *f_b, const double *f_n, double f_b_
 }
 
 void seed_bank_filter(KfFilter *flt, uint32_t pos_index) {
-    flt->state_dim = static_cast<uint8_t>(kBankStates);
+    flt->state_dim = static_cast<uint8_t>(kKfBankStates);
     flt->pos_index = pos_index;
     for (int k = 0; k < 3; ++k) {
         flt->acc_bias[k] = 0.0;
         flt->gyro_bias[k] = 0.0;
     }
     memset(flt->L, 0, sizeof flt->L);
-    for (int i = 0; i < kBankStates; ++i) {
+    for (int i = 0; i < kKfBankStates; ++i) {
         flt->L[gk_L_start[i] + i] = i < kVelStates ? kSeedVelStd_mps : kSeedAttStd_rad;
     }
 }

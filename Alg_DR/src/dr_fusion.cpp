@@ -7,6 +7,7 @@
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "dr_trace.h"
+#include "kf_dims.h"
 
 uint8_t s_FltState = FLT_STATE_IDLE;
 uint32_t s_updcnt;
@@ -48,26 +49,26 @@ constexpr double kZuptBiasStdMargin_radps = 0.00010471975511965978;  // 0.006 de
 constexpr double kCfgBiasStd_radps = 0.0011635528346628863;          // 1/15 deg/s
 constexpr double kNoBiasStd_radps = 0.003490658503988659;            // 0.2 deg/s
 
-constexpr int kBankStates = 6;
-constexpr int kMainStates = 12;
+using drlib::kKfBankStates;
+using drlib::kKfMaxStates;
 
 double &FactorAt(KfFilter &flt, int row, int col) { return flt.L[gk_L_start[row] + col]; }
 
 // Inflates the promoted six-state factor by the hand-over noise: one LQ
 // triangularisation of [L6 | diag(q)] gives L6 L6^T + diag(q^2).
 void InflatePromotedFactor(KfFilter &flt) {
-    constexpr int kCols = 2 * kBankStates;
-    double a[kBankStates * kCols] = {};
-    for (int i = 0; i < kBankStates; ++i) {
+    constexpr int kCols = 2 * kKfBankStates;
+    double a[kKfBankStates * kCols] = {};
+    for (int i = 0; i < kKfBankStates; ++i) {
         for (int j = 0; j <= i; ++j) {
             a[i * kCols + j] = FactorAt(flt, i, j);
         }
-        a[i * kCols + kBankStates + i] = (i < 3) ? kPromoteVelStd_mps : kPromoteAttStd_rad;
+        a[i * kCols + kKfBankStates + i] = (i < 3) ? kPromoteVelStd_mps : kPromoteAttStd_rad;
     }
     double work[kCols];
-    lq_decompose(flt.L, a, kBankStates, kCols, work);
+    lq_decompose(flt.L, a, kKfBankStates, kCols, work);
     // Rows 6..11 start empty but for the diagonals set below.
-    for (int k = gk_L_start[kBankStates]; k < gk_L_start[kMainStates]; ++k) {
+    for (int k = gk_L_start[kKfBankStates]; k < gk_L_start[kKfMaxStates]; ++k) {
         flt.L[k] = 0.0;
     }
 }
@@ -108,7 +109,7 @@ void PromoteBankMember(int k) {
         FactorAt(FltMain, 6 + c, 6 + c) = kPromoteAccBiasStd_mps2 * sgn;
     }
     SeedGyroBias(FltMain, sgn);
-    FltMain.state_dim = static_cast<uint8_t>(kMainStates);
+    FltMain.state_dim = static_cast<uint8_t>(kKfMaxStates);
     s_FltState = FLT_STATE_MAIN;
 }
 

@@ -9,6 +9,7 @@
 namespace drlib {
 
 constexpr int32_t kKfMaxStates = 12;      // main filter
+constexpr int32_t kKfBankStates = 6;      // each bank filter: velocity and attitude
 constexpr int32_t kKfMaxUpdateDim = 15;   // measurements + states of one update
 constexpr int32_t kKfAccBiasStates = 8;   // n above this carries accelerometer bias
 constexpr int32_t kKfGyroBiasStates = 11; // n above this carries gyro bias

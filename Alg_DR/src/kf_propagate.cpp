@@ -16,6 +16,7 @@ namespace {
 using drlib::kKfAccBias;
 using drlib::kKfAccBiasStates;
 using drlib::kKfAtt;
+using drlib::kKfBankStates;
 using drlib::kKfGyroBias;
 using drlib::kKfGyroBiasStates;
 using drlib::kKfMaxStates;
@@ -264,8 +265,8 @@ DRLIB_API void KFInflatePMatrix(KfFilter *flt, const NavState *nav, const double
     // in [Phi L | G] and stay zero through the reflections above. The bank
     // (6 states) and the main filter (12) run the unrolled kernels.
     using drlib::householder::lq_decompose_fixed;
-    if (n == 6) {
-        lq_decompose_fixed<6, CompoundReach<6>>(flt->L, ext, work);
+    if (n == kKfBankStates) {
+        lq_decompose_fixed<kKfBankStates, CompoundReach<kKfBankStates>>(flt->L, ext, work);
     } else if (n == kKfMaxStates) {
         lq_decompose_fixed<kKfMaxStates, CompoundReach<kKfMaxStates>>(flt->L, ext, work);
     } else {
