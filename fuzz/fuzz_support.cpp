@@ -59,7 +59,19 @@ void OnCalib(uint32_t code, const void *data, uint32_t len) {
 
 bool SameBits(const void *a, const void *b, size_t n) { return std::memcmp(a, b, n) == 0; }
 
-void CheckStatus(const TiltStat &s, const DrInput &rec) {
+// A solution a receiver on the Earth could report: near the surface (within
+// several hundred kilometres, whatever the latitude) and slower than any vehicle
+// a pole rides on.
+bool ReceiverLike(const DrInput &rec) {
+    double r2 = 0.0;
+    for (int i = 0; i < 3; ++i) {
+        if (!std::isfinite(rec.pos[i]) || !(std::fabs(rec.vel[i]) < 1e3)) return false;
+        r2 += rec.pos[i] * rec.pos[i];
+    }
+    return r2 > 6.0e6 * 6.0e6 && r2 < 7.0e6 * 7.0e6;
+}
+
+void CheckStatus(const TiltStat &s, const DrInput &rec, bool expect_finite) {
     if (s.version != 2) Fail("status version is not 2");
     if (s.status > 3) Fail("status class above 3");
     if (s.tow_ms != rec.tow_ms || s.pos_type != rec.pos_type || s.vel_type != rec.vel_type)
@@ -70,8 +82,8 @@ void CheckStatus(const TiltStat &s, const DrInput &rec) {
     static const float kClassLimit_m[4] = {0.0f, 0.012f, 0.06f, 0.35f};
     float sum = 0.0f;
     for (int i = 0; i < 3; ++i) {
-        if (!std::isfinite(s.att[i]) || !std::isfinite(s.tip_pos[i]) || !std::isfinite(s.tip_std[i]))
-            Fail("tilt solution that is not finite");
+        const bool finite = std::isfinite(s.att[i]) && std::isfinite(s.tip_pos[i]) && std::isfinite(s.tip_std[i]);
+        if (expect_finite && !finite) Fail("tilt solution that is not finite");
         sum += s.tip_std[i] * s.tip_std[i];
     }
     const float limit = kClassLimit_m[s.status];
@@ -193,6 +205,7 @@ Host::Host() = default;
 
 void Host::Init(const DrCfg *cfg) {
     DrlibInit(cfg);
+    absurd_since_refusal_ = false;
     DrlibSetHwCfg(kPole_m);
     inited_ = true;
     RegisterTilt(true);
@@ -227,10 +240,13 @@ uint32_t Host::Feed(const DrInput *rec) {
     ++fed_;
     if (result > 1u) Fail("result other than 0 or 1");
     if (!inited_ && result != 1u) Fail("processed a record while not initialised");
+    // A refusal empties the history; nothing of the records before it is read again.
+    if (result == 1u && inited_) absurd_since_refusal_ = false;
+    if (result == 0u && !ReceiverLike(*rec)) absurd_since_refusal_ = true;
     const size_t want_calls = (result == 0u && tilt_cb_) ? 1u : 0u;
     if (g_tilt_calls != want_calls) Fail("tilt callback count does not match the result");
     if (g_tilt_calls == 1u) {
-        CheckStatus(g_last, *rec);
+        CheckStatus(g_last, *rec, !absurd_since_refusal_);
         g_statuses.push_back(g_last);
     }
     return result;

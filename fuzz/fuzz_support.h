@@ -35,9 +35,12 @@ extern const double kPole_m[3];
 // Drives the library like a host and aborts (a finding) on any broken promise:
 // the result is 0 or 1; a processed record gives exactly one tilt status, a
 // rejected one none; a status repeats the record's time tag, solution types,
-// velocity and its deviations; a status of class 1..3 has finite attitude and
-// tip deviations below the class limit; calibration reports come only inside
-// a processed cycle and carry the documented lengths and ranges.
+// velocity and its deviations; a status of class 1..3 has tip deviations
+// below the class limit, and finite attitude and tip while every record since
+// the last refused one carried a position and velocity a receiver could
+// report (the library trusts an accepted record's solution: an absurd one
+// corrupts the run until the next refusal); calibration reports come only
+// inside a processed cycle and carry the documented lengths and ranges.
 class Host {
 public:
     Host();
@@ -55,6 +58,7 @@ public:
 private:
     bool inited_ = false;
     bool tilt_cb_ = false;
+    bool absurd_since_refusal_ = false;  // an accepted record no receiver would send
     size_t fed_ = 0;
 };
 
