@@ -186,6 +186,21 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
  * and the next valid run gives the same results, bit for bit, as after a
  * fresh DrlibInit. The internal assertions (section 8) guard invariants that
  * no host input can reach; the library is fuzzed for this with libFuzzer.
+ *
+ * Within a run the library trusts the solution of every record it accepts:
+ * a record is checked for its time tag, solution types, deviations and
+ * samples, not for the values of its position and velocity. A position far
+ * from the Earth's surface or a velocity jump is used as it stands: the tip
+ * of that epoch carries it, and through gravity and the velocity update it
+ * turns the attitude, so the run reports wrong tips, possibly with a quality
+ * class, until the filter has worked the error off or the engine restarts (a
+ * refused or discontinuous record, DrlibReset, or a tip deviation beyond
+ * class 3). A NaN or infinite value ends the solution (class 0) in the same
+ * or the next epoch; in a simulated survey one position 1e9 m off left the
+ * tip metres wrong at class 1 for a minute, while one 5 m/s velocity glitch
+ * moved it by about a centimetre. Pass only solutions the receiver reports
+ * as fixes, and screen them for plausibility in the host if the receiver can
+ * emit outliers.
  */
 
 /*
