@@ -94,9 +94,11 @@ constexpr int32_t noise_reach(int32_t i) {
 
 // Where row i of an n-state compound matrix ends when its reflection comes:
 // the whole state half, then the noise columns within reach.
+constexpr int32_t compound_row_end(int32_t n, int32_t i) { return n + noise_reach(i); }
+
 template <int32_t N>
 struct CompoundReach {
-    static constexpr int32_t end(int32_t i) { return N + noise_reach(i); }
+    static constexpr int32_t end(int32_t i) { return compound_row_end(N, i); }
 };
 
 struct ColumnRange {
@@ -271,7 +273,7 @@ DRLIB_API void KFInflatePMatrix(KfFilter *flt, const NavState *nav, const double
         lq_decompose_fixed<kKfMaxStates, CompoundReach<kKfMaxStates>>(flt->L, ext, work);
     } else {
         int32_t row_end[kKfMaxStates];
-        for (int32_t i = 0; i < n; ++i) row_end[i] = n + noise_reach(i);
+        for (int32_t i = 0; i < n; ++i) row_end[i] = compound_row_end(n, i);
         drlib::lq_decompose_reach(flt->L, ext, n, 2 * n, work, row_end);
     }
 }
