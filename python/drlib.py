@@ -84,7 +84,7 @@ class ImuSample(ctypes.Structure):
 class DrCfg(ctypes.Structure):
     """Configuration record (None selects the library's defaults)."""
     _fields_ = [
-        ("reserved0", ctypes.c_uint32),
+        ("options", ctypes.c_uint32),            # DRLIB_OPTIONS_MARKER | OPT_* bits
         ("bias_store_mode", ctypes.c_uint32),
         ("reserved1", ctypes.c_double),
         ("reserved2", ctypes.c_double),
@@ -149,7 +149,7 @@ _LAYOUT = {
     DrInput: (88, {"version": 0, "reserved": 1, "nsamples": 5, "pos_type": 6, "vel_type": 7,
                    "seq": 8, "tow_ms": 12, "pos": 16, "vel": 40, "pos_std": 64, "vel_std": 76}),
     ImuSample: (32, {"reserved": 0, "time_us": 4, "gyro": 8, "acc": 20}),
-    DrCfg: (88, {"reserved0": 0, "bias_store_mode": 4, "reserved1": 8, "reserved2": 16,
+    DrCfg: (88, {"options": 0, "bias_store_mode": 4, "reserved1": 8, "reserved2": 16,
                  "gyro_scale": 24, "acc_scale": 32, "gyro_bias_code": 40, "mount_rph": 64}),
     HwCfg: (24, {"lever": 0}),
     TiltStat: (116, {"version": 0, "status": 1, "pos_type": 2, "vel_type": 3, "tow_ms": 4,
