@@ -28,11 +28,17 @@ __all__ = [
     "LayoutError", "LogError", "SessionError",
     "load", "read_log", "replay", "epochs", "version",
     "SONAME", "DEFAULT_POLE_M",
+    "OPTIONS_MARKER", "OPT_ALIGNED_VELOCITY", "OPT_SCREEN_SOLUTIONS", "default_cfg",
 ]
 
 SONAME = "libdrlib.so.4"
 DEFAULT_POLE_M = (0.0, 0.0, 1.892)  # antenna relative to the tip, body axes, m
 _DEG = math.pi / 180.0              # the same constant drlib-replay divides by
+
+# DrCfg.options (drlib.h): read only with the marker in the upper 16 bits.
+OPTIONS_MARKER = 0xD7C00000
+OPT_ALIGNED_VELOCITY = 0x1          # GNSS velocity at the navigation solution's instant
+OPT_SCREEN_SOLUTIONS = 0x2          # refuse implausible positions and velocities
 
 
 class LayoutError(RuntimeError):
@@ -93,6 +99,14 @@ class DrCfg(ctypes.Structure):
         ("gyro_bias_code", ctypes.c_double * 3),  # 1+bx, 2+by, 3+bz, rad/s
         ("mount_rph", ctypes.c_double * 3),     # rad
     ]
+
+
+def default_cfg(options=0):
+    """The library's built-in configuration record; with option bits
+    (OPT_ALIGNED_VELOCITY | OPT_SCREEN_SOLUTIONS) the options word carries them
+    and the marker."""
+    return DrCfg(OPTIONS_MARKER | options if options else 0, 4, 1.52587890625e-06,
+                 1.9073486328125e-05, 1.0058283805847168e-06, 1.862645149230957e-07)
 
 
 class HwCfg(ctypes.Structure):
@@ -349,12 +363,17 @@ class Session:
     """One run of the library, DrlibInit to DrlibDestroy.
 
     pole: the antenna relative to the pole tip, body axes, m (or the pole
-    length); cfg: a DrCfg (None: the library's defaults)."""
+    length); cfg: a DrCfg (None: the library's defaults); options: option
+    bits, written with the marker into cfg.options (of default_cfg() when
+    cfg is None)."""
 
     _open = None
 
-    def __init__(self, pole=DEFAULT_POLE_M, cfg=None, lib=None):
+    def __init__(self, pole=DEFAULT_POLE_M, cfg=None, lib=None, options=0):
         self.lib = lib or load()
+        if options:
+            cfg = cfg if cfg is not None else default_cfg()
+            cfg.options = OPTIONS_MARKER | options
         self.cfg = cfg
         self._pole = _vec3(pole)
         self._stats = []
@@ -437,15 +456,16 @@ class Session:
         self.lib.dll.DrlibCalibStart(None, 0, CALIB_CALLBACK())
 
 
-def epochs(log, pole=DEFAULT_POLE_M, cfg=None, lib=None):
+def epochs(log, pole=DEFAULT_POLE_M, cfg=None, lib=None, options=0):
     """Yields an Epoch for every record of the log (a path or bytes), accepted or not."""
-    with Session(pole, cfg, lib) as session:
+    with Session(pole, cfg, lib, options) as session:
         for offset, record in read_log(log):
             yield session.update(record, offset)
 
 
-def replay(log, pole=DEFAULT_POLE_M, cfg=None, lib=None):
-    """Yields the TiltStat of every accepted record of the log, in order."""
-    for epoch in epochs(log, pole, cfg, lib):
+def replay(log, pole=DEFAULT_POLE_M, cfg=None, lib=None, options=0):
+    """Yields the TiltStat of every accepted record of the log, in order;
+    options: e.g. OPT_ALIGNED_VELOCITY | OPT_SCREEN_SOLUTIONS."""
+    for epoch in epochs(log, pole, cfg, lib, options):
         if epoch.status is not None:
             yield epoch.status
