@@ -28,11 +28,17 @@ __all__ = [
     "LayoutError", "LogError", "SessionError",
     "load", "read_log", "replay", "epochs", "version",
     "SONAME", "DEFAULT_POLE_M",
+    "OPTIONS_MARKER", "OPT_ALIGNED_VELOCITY", "OPT_SCREEN_SOLUTIONS", "default_cfg",
 ]
 
 SONAME = "libdrlib.so.4"
 DEFAULT_POLE_M = (0.0, 0.0, 1.892)  # antenna relative to the tip, body axes, m
 _DEG = math.pi / 180.0              # the same constant drlib-replay divides by
+
+# DrCfg.options (drlib.h): read only with the marker in the upper 16 bits.
+OPTIONS_MARKER = 0xD7C00000
+OPT_ALIGNED_VELOCITY = 0x1          # GNSS velocity at the navigation solution's instant
+OPT_SCREEN_SOLUTIONS = 0x2          # refuse implausible positions and velocities
 
 
 class LayoutError(RuntimeError):
@@ -84,7 +90,7 @@ class ImuSample(ctypes.Structure):
 class DrCfg(ctypes.Structure):
     """Configuration record (None selects the library's defaults)."""
     _fields_ = [
-        ("reserved0", ctypes.c_uint32),
+        ("options", ctypes.c_uint32),            # DRLIB_OPTIONS_MARKER | OPT_* bits
         ("bias_store_mode", ctypes.c_uint32),
         ("reserved1", ctypes.c_double),
         ("reserved2", ctypes.c_double),
@@ -93,6 +99,14 @@ class DrCfg(ctypes.Structure):
         ("gyro_bias_code", ctypes.c_double * 3),  # 1+bx, 2+by, 3+bz, rad/s
         ("mount_rph", ctypes.c_double * 3),     # rad
     ]
+
+
+def default_cfg(options=0):
+    """The library's built-in configuration record; with option bits
+    (OPT_ALIGNED_VELOCITY | OPT_SCREEN_SOLUTIONS) the options word carries them
+    and the marker."""
+    return DrCfg(OPTIONS_MARKER | options if options else 0, 4, 1.52587890625e-06,
+                 1.9073486328125e-05, 1.0058283805847168e-06, 1.862645149230957e-07)
 
 
 class HwCfg(ctypes.Structure):
@@ -149,7 +163,7 @@ _LAYOUT = {
     DrInput: (88, {"version": 0, "reserved": 1, "nsamples": 5, "pos_type": 6, "vel_type": 7,
                    "seq": 8, "tow_ms": 12, "pos": 16, "vel": 40, "pos_std": 64, "vel_std": 76}),
     ImuSample: (32, {"reserved": 0, "time_us": 4, "gyro": 8, "acc": 20}),
-    DrCfg: (88, {"reserved0": 0, "bias_store_mode": 4, "reserved1": 8, "reserved2": 16,
+    DrCfg: (88, {"options": 0, "bias_store_mode": 4, "reserved1": 8, "reserved2": 16,
                  "gyro_scale": 24, "acc_scale": 32, "gyro_bias_code": 40, "mount_rph": 64}),
     HwCfg: (24, {"lever": 0}),
     TiltStat: (116, {"version": 0, "status": 1, "pos_type": 2, "vel_type": 3, "tow_ms": 4,
@@ -349,12 +363,17 @@ class Session:
     """One run of the library, DrlibInit to DrlibDestroy.
 
     pole: the antenna relative to the pole tip, body axes, m (or the pole
-    length); cfg: a DrCfg (None: the library's defaults)."""
+    length); cfg: a DrCfg (None: the library's defaults); options: option
+    bits, written with the marker into cfg.options (of default_cfg() when
+    cfg is None)."""
 
     _open = None
 
-    def __init__(self, pole=DEFAULT_POLE_M, cfg=None, lib=None):
+    def __init__(self, pole=DEFAULT_POLE_M, cfg=None, lib=None, options=0):
         self.lib = lib or load()
+        if options:
+            cfg = cfg if cfg is not None else default_cfg()
+            cfg.options = OPTIONS_MARKER | options
         self.cfg = cfg
         self._pole = _vec3(pole)
         self._stats = []
@@ -437,15 +456,16 @@ class Session:
         self.lib.dll.DrlibCalibStart(None, 0, CALIB_CALLBACK())
 
 
-def epochs(log, pole=DEFAULT_POLE_M, cfg=None, lib=None):
+def epochs(log, pole=DEFAULT_POLE_M, cfg=None, lib=None, options=0):
     """Yields an Epoch for every record of the log (a path or bytes), accepted or not."""
-    with Session(pole, cfg, lib) as session:
+    with Session(pole, cfg, lib, options) as session:
         for offset, record in read_log(log):
             yield session.update(record, offset)
 
 
-def replay(log, pole=DEFAULT_POLE_M, cfg=None, lib=None):
-    """Yields the TiltStat of every accepted record of the log, in order."""
-    for epoch in epochs(log, pole, cfg, lib):
+def replay(log, pole=DEFAULT_POLE_M, cfg=None, lib=None, options=0):
+    """Yields the TiltStat of every accepted record of the log, in order;
+    options: e.g. OPT_ALIGNED_VELOCITY | OPT_SCREEN_SOLUTIONS."""
+    for epoch in epochs(log, pole, cfg, lib, options):
         if epoch.status is not None:
             yield epoch.status

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "common_options.h"
 #include "common_replay.h"
 #include "common_report.h"
 #include "drlib.h"
@@ -36,6 +37,10 @@ const char kUsage[] =
     "  --bias-store        ask the library for the learned gyro bias at the end and print it\n"
     "  --calib-point X,Y,Z start a mounting calibration on this known tip point, ECEF, m\n"
     "  --calib-target N    accepted updates that complete the calibration (min 1200)\n"
+    "  --options NAMES     library options, comma-separated: aligned (GNSS velocity at the\n"
+    "                      solution instant), screen (refuse implausible solutions), all, none\n"
+    "  --compare           replay also without options and print both reports side by side\n"
+    "                      (needs --truth; --options defaults to all; CSV and JSON: with options)\n"
     "  -q                  no summary on stderr\n"
     "  -h, --help          this text\n";
 
@@ -110,7 +115,7 @@ void write_events_csv(std::FILE *f, const drtools::ReplayOutput &out) {
 
 int main(int argc, char **argv) {
     std::string log_path, csv_path, events_path, truth_path, json_path;
-    bool quiet = false, bias_store = false;
+    bool quiet = false, bias_store = false, compare = false, options_given = false;
     drtools::ReplayOptions opt;
     opt.cfg = DrCfg{0u, 4u, 1.52587890625e-06, 1.9073486328125e-05, 1.0058283805847168e-06,
                     1.862645149230957e-07, {0.0, 0.0, 0.0}, {0.0, 0.0, 0.0}};
@@ -158,12 +163,22 @@ int main(int argc, char **argv) {
             const auto v = parse_list(a, value(), 1, 1);
             if (!(v[0] >= 1.0 && v[0] <= 4e9)) fail("--calib-target out of range");
             opt.calib_target = static_cast<uint32_t>(v[0]);
-        } else if (a == "-q") quiet = true;
+        } else if (a == "--options") {
+            std::string error;
+            if (!drtools::parse_options_word(value(), opt.cfg.options, error)) fail("--options: " + error);
+            opt.use_cfg = options_given = true;
+        } else if (a == "--compare") compare = true;
+        else if (a == "-q") quiet = true;
         else if (!a.empty() && a[0] == '-') fail("unknown option " + a + " (see --help)");
         else if (log_path.empty()) log_path = a;
         else fail("more than one log given");
     }
     if (log_path.empty()) fail("no log given (see --help)");
+    if (compare && truth_path.empty()) fail("--compare needs --truth");
+    if (compare && !options_given) {
+        opt.cfg.options = DRLIB_OPTIONS_MARKER | DRLIB_OPT_ALIGNED_VELOCITY | DRLIB_OPT_SCREEN_SOLUTIONS;
+        opt.use_cfg = true;
+    }
 
     std::vector<uint8_t> log;
     if (!drsim::read_file(log_path, log)) fail("cannot read " + log_path + ": " + std::strerror(errno));
@@ -192,8 +207,9 @@ int main(int argc, char **argv) {
     }
 
     if (!truth.empty()) {
-        const drtools::Report rep = drtools::make_report(out, truth);
-        drtools::print_report(stdout, rep);
+        const drtools::Report rep = compare ? drtools::compare_with_default_mode(stdout, log, opt, out, truth)
+                                            : drtools::make_report(out, truth);
+        if (!compare) drtools::print_report(stdout, rep);
         if (!json_path.empty()) {
             std::FILE *j = open_out(json_path);
             std::fputs(drtools::report_json(rep).c_str(), j);

@@ -110,6 +110,11 @@ class ReplayAgainstHost(unittest.TestCase):
         for k in range(3):
             self.assertAlmostEqual(cfg.gyro_bias_code[k], k + 1.0, delta=0.01)
 
+    def test_options_row_for_row(self):
+        both = drlib.OPT_ALIGNED_VELOCITY | drlib.OPT_SCREEN_SOLUTIONS
+        self.assert_same_rows(replay_csv(self.log, "--options", "aligned,screen")[0],
+                              list(drlib.epochs(self.log, options=both)))
+
     def test_truncated_log_stops_after_the_last_whole_record(self):
         cut = self.write("cut.log", self.data[:-100])
         seen = []
