@@ -1,0 +1,111 @@
+"""The command-line tools as a user meets them: tilt from the pole vector,
+warnings for settings that cannot work, NMEA output, fault texts and quiet runs.
+
+Environment: DRLIB_SIM, DRLIB_REPLAY, DRLIB_CONVERT (the converter), DRLIB_SHARED (../shared).
+"""
+import csv
+import functools
+import math
+import os
+import subprocess
+import tempfile
+import unittest
+
+SIM, REPLAY = os.environ["DRLIB_SIM"], os.environ["DRLIB_REPLAY"]
+CONVERT, SHARED = os.environ["DRLIB_CONVERT"], os.environ.get("DRLIB_SHARED", "")
+TMP = tempfile.mkdtemp()
+
+
+def run(*args):
+    p = subprocess.run([str(a) for a in args], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                       universal_newlines=True, cwd=TMP)
+    return p.returncode, p.stdout, p.stderr
+
+
+def rows(path):
+    with open(path, newline="") as f:
+        return [r for r in csv.DictReader(f) if r["status"] not in ("", "0")]
+
+
+@functools.lru_cache(None)
+def session(seed):
+    log = os.path.join(TMP, "s%d.log" % seed)
+    rc, out, err = run(SIM, "--scenario", "survey", "--duration-scale", "0.5", "--seed", seed,
+                       "--out", log, "--truth", log + ".truth.csv", "--quiet")
+    assert (rc, out, err) == (0, "", ""), err  # --quiet and no terminal: nothing at all
+    return log
+
+
+class Tools(unittest.TestCase):
+    def test_external_session_tilt_comes_from_the_pole_vector(self):
+        ext = os.path.join(SHARED, "datasets", "pole-tilt-ext")
+        if not os.path.isdir(ext):
+            self.skipTest("no external session at %s" % ext)
+        rc, out, err = run(CONVERT, "--ext", ext, "--out", "ext.log", "--truth", "ext.csv")
+        self.assertEqual(rc, 0, err)
+        rc, _, err = run(REPLAY, "ext.log", "--pole", out.strip(), "--csv", "ext.tilt.csv", "-q")
+        self.assertEqual((rc, err), (0, ""))
+        tilts = [float(r["tilt_deg"]) for r in rows(os.path.join(TMP, "ext.tilt.csv"))]
+        self.assertGreater(len(tilts), 300)
+        self.assertTrue(all(0.0 <= t <= 35.0 for t in tilts), (min(tilts), max(tilts)))
+
+    def test_warnings_name_each_setting_and_a_clean_run_has_none(self):
+        log = session(1)
+        cases = [([], None),
+                 (["--mount", "2,0,0"], "--mount 2,0,0: the library ignores"),
+                 (["--scales", "1,1"], "not gravity"),
+                 (["--pole", "-1.892"], "below it"),
+                 (["--pole", "0.05"], "0.050 m long"),
+                 (["--calib-point", "1,2,3"], "never came within 0.06 m")]
+        for options, warning in cases:
+            rc, _, err = run(REPLAY, log, "--csv", os.devnull, "--events", os.devnull, "-q", *options)
+            self.assertEqual(rc, 0, options)
+            if warning is None:
+                self.assertEqual(err, "")
+            else:
+                self.assertIn("warning: " + options[0], err)
+                self.assertIn(warning, err)
+        rc, _, err = run(REPLAY, log, "--truth", session(2) + ".truth.csv", "--csv", os.devnull)
+        self.assertEqual(rc, 2)
+        self.assertIn("does not belong to", err)
+
+    def test_nmea_parses_back_to_the_csv_tip(self):
+        log = session(1)
+        rc, _, err = run(REPLAY, log, "--csv", "n.csv", "--nmea", "n.nmea", "-q")
+        self.assertEqual((rc, err), (0, ""))
+        with open(os.path.join(TMP, "n.nmea"), newline="") as f:
+            lines = f.read().split("\r\n")[:-1]
+        tips = rows(os.path.join(TMP, "n.csv"))
+        self.assertEqual(len(lines), 2 * len(tips))
+        for gga, gst, row in zip(lines[0::2], lines[1::2], tips):
+            for s in (gga, gst):
+                body, checksum = s[1:].split("*")
+                self.assertEqual(int(checksum, 16), functools.reduce(lambda c, ch: c ^ ord(ch), body, 0))
+            g, t = gga.split("*")[0].split(","), gst.split("*")[0].split(",")
+            self.assertEqual((g[0], t[0], g[6]), ("$GNGGA", "$GNGST", {"1": "4", "2": "5", "3": "2"}[row["status"]]))
+            tod = (int(row["tow_ms"]) // 1000 - 18) % 86400
+            self.assertEqual(g[1], "%02d%02d%02d.%s" % (tod // 3600, tod // 60 % 60, tod % 60, g[1][7:]))
+            lat = (int(g[2][:2]) + float(g[2][2:]) / 60.0) * (1 if g[3] == "N" else -1)
+            lon = (int(g[4][:3]) + float(g[4][3:]) / 60.0) * (1 if g[5] == "E" else -1)
+            self.assertLess(abs(lat - float(row["tip_lat_deg"])), 1e-7)
+            self.assertLess(abs(lon - float(row["tip_lon_deg"])), 1e-7)
+            self.assertGreaterEqual(len(g[2].split(".")[1]), 7)
+            self.assertAlmostEqual(float(g[9]), float(row["tip_h_m"]), delta=1e-4)
+            self.assertAlmostEqual(float(t[8]), float(row["total_std_d_m"]), delta=1e-4)
+
+    def test_a_truncated_log_is_named_alike_by_both_tools(self):
+        with open(session(1), "rb") as f:
+            data = f.read()
+        cut = os.path.join(TMP, "cut.log")
+        with open(cut, "wb") as f:
+            f.write(data[:len(data) // 2 + 7])
+        rc1, _, replay_err = run(REPLAY, cut, "--csv", os.devnull, "-q")
+        rc2, _, check_err = run(SIM, "--check", cut)
+        self.assertEqual((rc1, rc2), (1, 1))
+        fault = check_err.split(": ", 2)[2].strip()
+        self.assertTrue(fault.startswith("byte %d: truncated" % (len(data) // 2 + 7)), fault)
+        self.assertIn(fault, replay_err)
+
+
+if __name__ == "__main__":
+    unittest.main()
