@@ -2,7 +2,7 @@
 #   runtime  the shared object and its SONAME link
 #   dev      header, link-time name, static archive, CMake package, pkg-config file,
 #            the example with its build files
-#   tools    drlib-sim, drlib-replay, drlib-ext2log
+#   tools    drlib-sim, drlib-replay, drlib-csv2log, the plot script, the format documents
 #   python   the ctypes module
 # `cmake --install <build> [--prefix DIR]` installs them all; the Debian packages
 # take runtime, dev and python.
