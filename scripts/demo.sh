@@ -18,4 +18,5 @@ build-demo/drlib-replay "$out/survey.log" --truth "$out/survey-truth.csv" \
 echo "=== files"
 echo "$out/survey.log (input log), $out/survey-truth.csv (truth), $out/survey-tilt.csv (tilt statuses),"
 echo "$out/survey-report.json (report)"
-/usr/bin/python3 tools/drlib_plot.py "$out/survey-tilt.csv" "$out/survey-truth.csv" "$out/survey" | sed 's/^/plot: /'
+/usr/bin/python3 tools/drlib_plot.py "$out/survey-tilt.csv" "$out/survey-truth.csv" "$out/survey" \
+  --title "survey, seed $seed, industrial IMU, library defaults" | sed 's/^/plot: /'
