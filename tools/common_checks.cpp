@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 
 #include "log_io.h"
@@ -63,7 +64,7 @@ std::string calibration_problem(const ReplayOptions &opt, const ReplayOutput &ou
     // (The misclosure is judged per ECEF axis, the deviations are the totals.)
     const drsim::Vec3 point{opt.calib_point_e[0], opt.calib_point_e[1], opt.calib_point_e[2]};
     size_t solutions = 0, near = 0, usable = 0;
-    double nearest = INFINITY;
+    double nearest = std::numeric_limits<double>::infinity();
     for (const EpochResult &ep : out.epochs) {
         if (!ep.has_status || ep.status.status == 0) continue;
         ++solutions;

@@ -58,7 +58,8 @@ std::string nmea_sentences(const TiltStat &s) {
     std::snprintf(buf, sizeof buf, ",%d,,,%.4f,M,0.000,M,,", quality, llh[2]);
     const std::string gga = "GNGGA," + time + "," + angle_field(llh[0] * 180.0 / kPi, 2, 'N', 'S') + "," +
                             angle_field(llh[1] * 180.0 / kPi, 3, 'E', 'W') + buf;
-    const double n = s.tip_std_total[0], e = s.tip_std_total[1], d = s.tip_std_total[2];
+    const double n = static_cast<double>(s.tip_std_total[0]), e = static_cast<double>(s.tip_std_total[1]),
+                 d = static_cast<double>(s.tip_std_total[2]);
     std::snprintf(buf, sizeof buf, ",,%.4f,%.4f,%.1f,%.4f,%.4f,%.4f", std::fmax(n, e), std::fmin(n, e), n >= e ? 0.0 : 90.0, n, e, d);
     const std::string gst = "GNGST," + time + buf;
     return sentence(gga) + sentence(gst);
