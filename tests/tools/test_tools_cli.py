@@ -4,10 +4,12 @@ warnings for settings that cannot work, NMEA output, fault texts and quiet runs.
 Environment: DRLIB_SIM, DRLIB_REPLAY, DRLIB_CONVERT (the converter), DRLIB_SHARED (../shared),
 and the drlib module on PYTHONPATH (its record layouts only).
 """
+import atexit
 import csv
 import functools
 import math
 import os
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -17,6 +19,7 @@ import drlib
 SIM, REPLAY = os.environ["DRLIB_SIM"], os.environ["DRLIB_REPLAY"]
 CONVERT, SHARED = os.environ["DRLIB_CONVERT"], os.environ.get("DRLIB_SHARED", "")
 TMP = tempfile.mkdtemp()
+atexit.register(shutil.rmtree, TMP, True)
 
 
 def run(*args):
