@@ -103,8 +103,9 @@ std::string truth_mismatch(const std::vector<uint8_t> &log, const std::vector<dr
         const auto it = by_tow.find(rec.header.tow_ms);
         if (it == by_tow.end()) continue;
         const drsim::Vec3 &a = it->second->ant_e;
-        dist.push_back(std::sqrt(std::pow(rec.header.pos[0] - a.x, 2) + std::pow(rec.header.pos[1] - a.y, 2) +
-                                 std::pow(rec.header.pos[2] - a.z, 2)));
+        const double d = std::sqrt(std::pow(rec.header.pos[0] - a.x, 2) + std::pow(rec.header.pos[1] - a.y, 2) +
+                                   std::pow(rec.header.pos[2] - a.z, 2));
+        dist.push_back(std::isnan(d) ? std::numeric_limits<double>::infinity() : d);
     }
     const double n = static_cast<double>(records.size());
     if (dist.size() < records.size() / 2)

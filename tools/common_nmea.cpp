@@ -52,6 +52,7 @@ std::string nmea_sentences(const TiltStat &s) {
     if (s.status < 1 || s.status > 3) return "";
     const drsim::Geodetic g = drsim::geodetic_from_ecef({s.tip_pos[0], s.tip_pos[1], s.tip_pos[2]});
     const double llh[3] = {g.lat, g.lon, g.h};
+    if (!(std::isfinite(g.lat) && std::isfinite(g.lon) && std::isfinite(g.h))) return "";
     const int quality = s.status == 1 ? 4 : s.status == 2 ? 5 : 2;
     const std::string time = utc_field(s.tow_ms);
     char buf[160];
