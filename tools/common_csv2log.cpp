@@ -111,8 +111,10 @@ std::vector<std::vector<double>> read_numeric_csv(const std::string &path, size_
 CsvLog csv_to_log(const std::vector<std::vector<double>> &gnss, const std::vector<std::vector<double>> &imu,
                   const CsvLogOptions &opt, const AntennaPlacer &placer) {
     CsvLog out;
-    const drsim::Vec3 pole_b = opt.axes.apply(opt.pole_in);
-    const drsim::Vec3 pole = opt.gnss_at_imu && placer ? pole_b - kImuFromAntenna_b : pole_b;
+    // The point the solutions are placed at, relative to the tip: the antenna; the
+    // IMU point standing in for it; or a virtual antenna at the library's offset from the IMU.
+    const drsim::Vec3 gnss_point_b = opt.axes.apply(opt.gnss_at_imu ? opt.pole_in - opt.lever_in : opt.pole_in);
+    const drsim::Vec3 pole = opt.gnss_at_imu && placer ? gnss_point_b - kImuFromAntenna_b : gnss_point_b;
     for (int k = 0; k < 3; ++k) out.pole_m[k] = pole[k];
 
     // One count's worth in the CSV's unit (per 0.01 s step for rates); counts pass through.

@@ -40,7 +40,8 @@ struct CsvLogOptions {
     ImuUnits imu_units = ImuUnits::si;
     AxisMap axes;
     bool gnss_at_imu = false;              // the solution is the IMU point's, not the antenna's
-    drsim::Vec3 pole_in;                   // antenna (or, gnss_at_imu, IMU) relative to the tip, input axes
+    drsim::Vec3 pole_in;                   // the antenna relative to the tip, input axes
+    drsim::Vec3 lever_in;                  // gnss_at_imu: the antenna relative to the IMU point, input axes
     uint8_t pos_type = 0x32, vel_type = 0x32;
     double gyro_scale_deg = 1.0058283805847168e-06;  // counts of the default configuration
     double acc_scale_mps = 1.862645149230957e-07;

@@ -35,7 +35,7 @@ CsvLogOptions ext_session_options() {
     CsvLogOptions o;                    // ECEF, deviations in ECEF, tow_ms; SI increments, body FRD
     o.imu_time_base_ms = kTowBase_ms;   // t_us from the start of the session
     o.gnss_at_imu = true;
-    o.pole_in = {0.0, 0.0, -kImuToTip_m};
+    o.pole_in = {0.0, 0.0, -kImuToTip_m};  // no antenna but the IMU point: lever 0
     return o;
 }
 

@@ -36,7 +36,10 @@ const char kUsage[] =
     "                         the CSV is already in the body axes, e.g. forward-right-down) or,\n"
     "                         e.g., y,x,-z for a CSV in right-forward-up axes\n"
     "  --gnss-at P            antenna | imu: the point the GNSS solution refers to (default antenna)\n"
-    "  --pole X,Y,Z           that point relative to the pole tip, CSV axes, m (default 0,0,1.892)\n"
+    "  --pole X,Y,Z           the pole vector: the antenna relative to the pole tip, CSV axes, m\n"
+    "                         (default 0,0,1.892)\n"
+    "  --lever X,Y,Z          with --gnss-at imu: the antenna relative to the IMU point, CSV axes,\n"
+    "                         m (default 0,0,0); the IMU point then stands in for the antenna\n"
     "  --pos-type T --vel-type T   solution types written (default 0x32, 0x32)\n"
     "  --ext DIR              the external session (gnss_10hz.csv, imu_100hz.csv, truth_100hz.csv);\n"
     "                         --imu-file picks imu_true_100hz.csv, --truth its truth CSV (ext-truth.csv)\n"
@@ -64,7 +67,7 @@ int run(int argc, char **argv) {
     drtools::CsvLogOptions opt;
     opt.pole_in = {0.0, 0.0, 1.892};
     std::string gnss_path, imu_path, ext_dir, imu_file = "imu_100hz.csv", out_path = "out.log", truth_path;
-    bool std_given = false, quiet = false;
+    bool std_given = false, quiet = false, lever_given = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         auto value = [&]() -> std::string {
@@ -103,13 +106,14 @@ int run(int argc, char **argv) {
             if (!drtools::parse_axes(value(), opt.axes, error)) throw Usage(error);
         } else if (a == "--gnss-at")
             opt.gnss_at_imu = choose<bool>(a, value(), {{"antenna", false}, {"imu", true}});
-        else if (a == "--pole") {
+        else if (a == "--pole" || a == "--lever") {
             double v[3];
             char tail;
             const std::string s = value();
             if (std::sscanf(s.c_str(), "%lf,%lf,%lf%c", &v[0], &v[1], &v[2], &tail) != 3)
-                throw Usage("--pole: expected X,Y,Z in metres, got '" + s + "'");
-            opt.pole_in = {v[0], v[1], v[2]};
+                throw Usage(a + ": expected X,Y,Z in metres, got '" + s + "'");
+            (a == "--pole" ? opt.pole_in : opt.lever_in) = {v[0], v[1], v[2]};
+            lever_given |= a == "--lever";
         } else if (a == "--pos-type" || a == "--vel-type") {
             const double t = number(a, value());
             if (!(t >= 0 && t <= 255)) throw Usage(a + ": out of range");
@@ -117,6 +121,7 @@ int run(int argc, char **argv) {
         } else if (a == "-q" || a == "--quiet") quiet = true;
         else throw Usage("unknown option '" + a + "'");
     }
+    if (lever_given && !opt.gnss_at_imu) throw Usage("--lever goes with --gnss-at imu");
     if (!std_given && opt.gnss_frame == drtools::GnssFrame::geodetic) opt.gnss_std = drtools::StdFrame::ned;
 
     std::vector<uint8_t> log;
