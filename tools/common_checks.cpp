@@ -18,6 +18,8 @@ constexpr double kMaxPlausibleRate_deg_s = 2000.0;
 constexpr double kCalibTipStd_m = 0.025;       // the calibration's acceptance of an epoch
 constexpr double kCalibTipOffset_m = 0.06;
 constexpr double kTruthAntennaMatch_m = 0.5;
+constexpr double kMaxStoredBias_deg_s = 0.2;    // the library ignores a stored bias beyond this
+constexpr uint32_t kMinCalibTarget = 1200;
 
 std::string fmt(const char *format, double a, double b = 0.0, double c = 0.0, double d = 0.0) {
     char buf[400];
@@ -27,9 +29,20 @@ std::string fmt(const char *format, double a, double b = 0.0, double c = 0.0, do
 
 }  // namespace
 
-std::vector<std::string> check_settings(const ReplayOptions &opt, const ImuGlance &imu, bool mount_given,
-                                        bool scales_given) {
+std::vector<std::string> check_settings(const ReplayOptions &opt, const ImuGlance &imu, const SettingsGiven &given) {
     std::vector<std::string> w;
+    const bool mount_given = given.mount, scales_given = given.scales;
+    if (given.gyro_bias) {
+        const double b[3] = {opt.cfg.gyro_bias_code[0] - 1.0, opt.cfg.gyro_bias_code[1] - 2.0,
+                             opt.cfg.gyro_bias_code[2] - 3.0};
+        if (std::max({std::fabs(b[0]), std::fabs(b[1]), std::fabs(b[2])}) >= kMaxStoredBias_deg_s * kDeg)
+            w.push_back(fmt("--gyro-bias %g,%g,%g: the library ignores a stored bias with any component of "
+                            "0.2 deg/s (0.00349 rad/s) or more; the values are rad/s",
+                            b[0], b[1], b[2]));
+    }
+    if (given.calib_target && opt.calib_target < kMinCalibTarget)
+        w.push_back(fmt("--calib-target %.0f: the library raises it to %.0f", opt.calib_target,
+                        static_cast<double>(kMinCalibTarget)));
     if (mount_given) {
         const double *m = opt.cfg.mount_rph;
         if (std::max({std::fabs(m[0]), std::fabs(m[1]), std::fabs(m[2])}) >= kMaxMount_deg * kDeg)
@@ -86,7 +99,7 @@ std::string calibration_problem(const ReplayOptions &opt, const ReplayOutput &ou
         return head + fmt(": the tip never came within %.2f m of the point on every ECEF axis (nearest: %.3f m); "
                           "is it the point the tip stood on (ECEF, m)?",
                           kCalibTipOffset_m, nearest);
-    const double target = std::max<double>(opt.calib_target, 1200.0);
+    const double target = std::max<double>(opt.calib_target, kMinCalibTarget);
     return head + fmt(": %.0f tilt solutions had the tip within %.2f m of the point, %.0f of them with tip "
                       "deviations within 0.025 m; %.0f are needed",
                       static_cast<double>(near), kCalibTipOffset_m, static_cast<double>(usable), target) +
@@ -122,7 +135,7 @@ std::string truth_mismatch(const std::vector<uint8_t> &log, const std::vector<dr
 
 void print_calibration(std::FILE *f, const ReplayOptions &opt, const ReplayOutput &out) {
     if (!opt.calibrate) return;
-    const double target = std::max<double>(opt.calib_target, 1200.0);
+    const double target = std::max<double>(opt.calib_target, kMinCalibTarget);
     for (const CalibEvent &ev : out.calib) {
         if (ev.code == 2) std::fprintf(f, "calibration: time limit reached (after tow_ms %u)\n", ev.after_tow_ms);
         if (ev.code != 0) continue;

@@ -15,10 +15,14 @@
 
 namespace drtools {
 
+// Which settings the user gave (the others are the library's defaults).
+struct SettingsGiven {
+    bool mount = false, scales = false, gyro_bias = false, calib_target = false;
+};
+
 // Warnings about the configuration and the pole before the replay (empty
-// when all is plausible). mount_given / scales_given: set by the user.
-std::vector<std::string> check_settings(const ReplayOptions &opt, const ImuGlance &imu, bool mount_given,
-                                        bool scales_given);
+// when all is plausible).
+std::vector<std::string> check_settings(const ReplayOptions &opt, const ImuGlance &imu, const SettingsGiven &given);
 
 // Why a calibration produced no result (empty if it did).
 std::string calibration_problem(const ReplayOptions &opt, const ReplayOutput &out);

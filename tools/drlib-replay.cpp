@@ -132,7 +132,8 @@ void warn(const std::string &msg) { std::fprintf(stderr, "drlib-replay: warning:
 
 int main(int argc, char **argv) {
     std::string log_path, csv_path, events_path, truth_path, json_path, nmea_path;
-    bool quiet = false, bias_store = false, mount_given = false, scales_given = false;
+    bool quiet = false, bias_store = false;
+    drtools::SettingsGiven given;
     drtools::ReplayOptions opt;
     opt.cfg = DrCfg{0u, 4u, 1.52587890625e-06, 1.9073486328125e-05, 1.0058283805847168e-06,
                     1.862645149230957e-07, {0.0, 0.0, 0.0}, {0.0, 0.0, 0.0}};
@@ -158,17 +159,17 @@ int main(int argc, char **argv) {
         } else if (a == "--gyro-bias") {
             const auto v = parse_list(a, value(), 3, 3);
             for (int k = 0; k < 3; ++k) opt.cfg.gyro_bias_code[k] = (k + 1.0) + v[static_cast<size_t>(k)];
-            opt.use_cfg = true;
+            opt.use_cfg = given.gyro_bias = true;
         } else if (a == "--mount") {
             const auto v = parse_list(a, value(), 3, 3);
             for (int k = 0; k < 3; ++k) opt.cfg.mount_rph[k] = v[static_cast<size_t>(k)] * kDeg;
-            opt.use_cfg = mount_given = true;
+            opt.use_cfg = given.mount = true;
         } else if (a == "--scales") {
             const auto v = parse_list(a, value(), 2, 2);
             if (!(v[0] > 0.0 && v[1] > 0.0)) fail("--scales must be positive");
             opt.cfg.gyro_scale = v[0];
             opt.cfg.acc_scale = v[1];
-            opt.use_cfg = scales_given = true;
+            opt.use_cfg = given.scales = true;
         } else if (a == "--bias-store") {
             bias_store = true;
             opt.cfg.bias_store_mode = 3u;
@@ -181,6 +182,7 @@ int main(int argc, char **argv) {
             const auto v = parse_list(a, value(), 1, 1);
             if (!(v[0] >= 1.0 && v[0] <= 4e9)) fail("--calib-target out of range");
             opt.calib_target = static_cast<uint32_t>(v[0]);
+            given.calib_target = true;
         } else if (a == "-q" || a == "--quiet") quiet = true;
         else if (!a.empty() && a[0] == '-') fail("unknown option " + a + " (see --help)");
         else if (log_path.empty()) log_path = a;
@@ -203,7 +205,7 @@ int main(int argc, char **argv) {
         if (!mismatch.empty()) fail(truth_path + " does not belong to " + log_path + ": " + mismatch);
     }
     const drtools::ImuGlance imu = drtools::glance_imu(log, opt.cfg.gyro_scale, opt.cfg.acc_scale);
-    for (const std::string &w : drtools::check_settings(opt, imu, mount_given, scales_given)) warn(w);
+    for (const std::string &w : drtools::check_settings(opt, imu, given)) warn(w);
 
     const drtools::ReplayOutput out = drtools::replay_log(log, opt);
 

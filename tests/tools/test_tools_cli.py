@@ -60,6 +60,8 @@ class Tools(unittest.TestCase):
         cases = [([], None),
                  (["--mount", "2,0,0"], "--mount 2,0,0: the library ignores"),
                  (["--scales", "1,1"], "not gravity"),
+                 (["--gyro-bias", "0.5,0,0"], "ignores a stored bias"),
+                 (["--calib-target", "100", "--calib-point", "1,2,3"], "raises it to 1200"),
                  (["--pole", "-1.892"], "below it"),
                  (["--pole", "0.05"], "0.050 m long"),
                  (["--calib-point", "1,2,3"], "never came within 0.06 m")]
