@@ -44,27 +44,27 @@ drsim::Vec3 AxisMap::apply(const drsim::Vec3 &in) const {
 }
 
 bool parse_axes(const std::string &text, AxisMap &out, std::string &error) {
-    std::string t = text;
-    if (t == "forward-right-down" || t == "frd") t = "x,y,z";
+    const std::string t = text == "forward-right-down" || text == "frd" ? "x,y,z" : text;
+    std::vector<std::string> cells;
     std::stringstream ss(t);
-    std::string cell;
-    int n = 0, used = 0;
-    while (std::getline(ss, cell, ',')) {
-        if (n == 3 || cell.empty()) break;
-        double s = 1.0;
-        if (cell[0] == '-' || cell[0] == '+') {
-            s = cell[0] == '-' ? -1.0 : 1.0;
+    for (std::string cell; std::getline(ss, cell, ',');) cells.push_back(cell);
+    int used = 0;
+    bool ok = cells.size() == 3;
+    for (size_t n = 0; ok && n < 3; ++n) {
+        std::string cell = cells[n];
+        double sign = 1.0;
+        if (!cell.empty() && (cell[0] == '-' || cell[0] == '+')) {
+            sign = cell[0] == '-' ? -1.0 : 1.0;
             cell = cell.substr(1);
         }
-        if (cell.size() != 1 || cell[0] < 'x' || cell[0] > 'z') break;
-        const int axis = cell[0] - 'x';
-        if (used & (1 << axis)) break;
+        const int axis = cell.size() == 1 ? cell[0] - 'x' : -1;
+        ok = axis >= 0 && axis <= 2 && !(used & (1 << axis));
+        if (!ok) break;
         used |= 1 << axis;
         out.from[n] = axis;
-        out.sign[n] = s;
-        ++n;
+        out.sign[n] = sign;
     }
-    if (n != 3 || used != 7 || ss.rdbuf()->in_avail() != 0) {
+    if (!ok) {
         error = "--axes: expected a signed permutation such as x,y,z or -y,x,z, got '" + text + "'";
         return false;
     }
