@@ -345,10 +345,12 @@ DRLIB_API uint32_t DrlibUpdateLogBin(uint32_t a, uint32_t b);
  * history or the filters. Returns 0. */
 DRLIB_API int32_t DrlibUpdateCfg(const DrCfg *cfg);
 
-/* Sets the pole: v is the position of the GNSS antenna relative to the pole
- * tip, IMU body axes, m (3 doubles): (0, 0, h) for an antenna h metres up the
- * pole from the tip with the IMU's z axis along the pole towards the antenna.
- * The library stores -v (the tip seen from the antenna) in HwCfg.lever. Null
+/* Sets the pole vector v: the position of the GNSS antenna relative to the
+ * pole tip, IMU body axes, m (3 doubles). (0, 0, h) is an antenna h metres up
+ * the pole from the tip with the IMU's z axis pointing up the pole; an IMU
+ * whose z axis points down the pole has v = (x, y, -h). The pole's tilt is
+ * the angle of v from the vertical. The library stores -v (the tip seen from
+ * the antenna) in HwCfg.lever. Null
  * leaves it unchanged. Kept across DrlibInit; default v = (0, 0, 1.892).
  * Returns 0. */
 DRLIB_API int32_t DrlibSetHwCfg(const double *v);

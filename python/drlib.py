@@ -32,7 +32,11 @@ __all__ = [
 ]
 
 SONAME = "libdrlib.so.4"
-DEFAULT_POLE_M = (0.0, 0.0, 1.892)  # antenna relative to the tip, body axes, m
+# The pole vector: the position of the GNSS antenna relative to the pole tip,
+# IMU body axes, m (what DrlibSetHwCfg takes); a number L stands for (0, 0, L),
+# an IMU whose z axis points up the pole. Tilt is this vector's angle from the
+# vertical.
+DEFAULT_POLE_M = (0.0, 0.0, 1.892)
 _DEG = math.pi / 180.0              # the same constant drlib-replay divides by
 
 # DrCfg.options (drlib.h): read only with the marker in the upper 16 bits.
@@ -136,18 +140,45 @@ class TiltStat(ctypes.Structure):
         """Roll, pitch, heading in degrees."""
         return tuple(a / _DEG for a in self.att)
 
+    # The pole vector the status was computed with (Session sets it).
+    pole = DEFAULT_POLE_M
+
+    def pole_tilt(self, pole=None):
+        """(tilt, direction) of the pole vector, rad: its angle from the vertical,
+        and the azimuth the antenna leans towards from the tip, [0, 2 pi).
+        (0, 0) without a solution."""
+        if not self.status:
+            return 0.0, 0.0
+        v = _vec3(self.pole if pole is None else pole)
+        length = math.sqrt(sum(x * x for x in v))
+        if not length > 0.0:
+            return 0.0, 0.0
+        u = [x / length for x in v]
+        sr, cr = math.sin(self.att[0]), math.cos(self.att[0])
+        sp, cp = math.sin(self.att[1]), math.cos(self.att[1])
+        sh, ch = math.sin(self.att[2]), math.cos(self.att[2])
+        # Rows of c_bn = Rz(heading) Ry(pitch) Rx(roll), body to north-east-down.
+        north = cp * ch * u[0] + (sr * sp * ch - cr * sh) * u[1] + (cr * sp * ch + sr * sh) * u[2]
+        east = cp * sh * u[0] + (sr * sp * sh + cr * ch) * u[1] + (cr * sp * sh - sr * ch) * u[2]
+        down = -sp * u[0] + sr * cp * u[1] + cr * cp * u[2]
+        direction = math.atan2(east, north)
+        if direction < 0.0:
+            direction += 2.0 * math.pi
+        return math.acos(max(-1.0, min(1.0, -down))), direction
+
     @property
     def tilt(self):
-        """Angle of the pole (body z) from the vertical, rad; 0 without a solution."""
-        if not self.status:
-            return 0.0
-        # A pole pointing up has roll near pi: the down component of body z is cos(roll) cos(pitch).
-        c = -math.cos(self.att[0]) * math.cos(self.att[1])
-        return math.acos(max(-1.0, min(1.0, c)))
+        """Angle of the pole vector from the vertical, rad; 0 without a solution."""
+        return self.pole_tilt()[0]
 
     @property
     def tilt_deg(self):
         return self.tilt / _DEG
+
+    @property
+    def tilt_dir_deg(self):
+        """Azimuth the antenna leans towards from the tip, degrees."""
+        return self.pole_tilt()[1] / _DEG
 
     def as_dict(self):
         return {name: (list(v) if isinstance(v, ctypes.Array) else v)
@@ -362,10 +393,9 @@ def _vec3(v):
 class Session:
     """One run of the library, DrlibInit to DrlibDestroy.
 
-    pole: the antenna relative to the pole tip, body axes, m (or the pole
-    length); cfg: a DrCfg (None: the library's defaults); options: option
-    bits, written with the marker into cfg.options (of default_cfg() when
-    cfg is None)."""
+    pole: the pole vector (see DEFAULT_POLE_M), or the pole length; cfg: a
+    DrCfg (None: the library's defaults); options: option bits, written with
+    the marker into cfg.options (of default_cfg() when cfg is None)."""
 
     _open = None
 
@@ -412,7 +442,9 @@ class Session:
         Session._open = None
 
     def _on_tilt(self, p):
-        self._stats.append(TiltStat.from_buffer_copy(ctypes.string_at(p, ctypes.sizeof(TiltStat))))
+        stat = TiltStat.from_buffer_copy(ctypes.string_at(p, ctypes.sizeof(TiltStat)))
+        stat.pole = tuple(self._pole)
+        self._stats.append(stat)
 
     def _on_calib(self, code, data, length):
         percent, result = None, None

@@ -23,4 +23,6 @@ build-demo/drlib-replay "$out/survey.log" --truth "$out/survey-truth.csv" --comp
 echo "=== files"
 echo "$out/survey.log (input log), $out/survey-truth.csv (truth), $out/survey-tilt.csv (tilt statuses),"
 echo "$out/survey-report.json (report); with the options: $out/survey-tilt-options.csv, $out/survey-report-options.json"
-/usr/bin/python3 tools/drlib_plot.py "$out/survey-tilt.csv" "$out/survey-truth.csv" "$out/survey" | sed 's/^/plot: /'
+/usr/bin/python3 tools/drlib_plot.py "$out/survey-tilt.csv" "$out/survey-truth.csv" "$out/survey" \
+  --compare "$out/survey-tilt-options.csv" --labels "defaults,aligned+screen" \
+  --title "survey, seed $seed, industrial IMU: library defaults against the options" | sed 's/^/plot: /'
