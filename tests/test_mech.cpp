@@ -132,6 +132,24 @@ TEST(MechPhysics, ConingCorrectionTracksAnalyticAttitude) {
     EXPECT_GT(coning_error(drlib::Coning::kIgnored), 1e-3);
 }
 
+// The vertical transport rate divides by cos_lat as it stands (signed, and
+// whatever value the record holds) until its magnitude falls below 1e-5,
+// within 64 m of a pole, where 1e-5 with its sign keeps the rate finite.
+TEST(MechPhysics, TransportRateGuardsOnlyTheLastMetresToThePole) {
+    NavState nav{};
+    nav.rn = 6.39e6, nav.rm = 6.36e6, nav.llh[2] = 100.0, nav.sin_lat = 1.0;
+    const double v_n[3] = {1.5, 2.0, 0.0}, rn_h = 6.39e6 + 100.0;
+    const struct { double cos_lat, divisor; } cases[] = {
+        {0.5, 0.5}, {-0.5, -0.5}, {1e-5, 1e-5}, {-1e-5, -1e-5}, {9e-6, 1e-5}, {-9e-6, -1e-5}, {0.0, 1e-5}, {-0.0, -1e-5}};
+    for (const auto &c : cases) {
+        nav.cos_lat = c.cos_lat;
+        double w[3];
+        drlib::transport_rate(w, v_n, &nav);
+        EXPECT_TRUE(w[0] == 2.0 / rn_h && w[1] == -1.5 / (6.36e6 + 100.0)) << c.cos_lat;
+        EXPECT_EQ(w[2], -2.0 / (c.divisor * rn_h)) << c.cos_lat;
+    }
+}
+
 // The derived fields of the record agree with its quaternions, position and velocity.
 void expect_invariants(const NavState &nav, const NavState &start) {
     double cne[9], cbn[9], rph[3], llh[3] = {0.0, 0.0, 0.0}, rm, rn, wie[3];

@@ -51,24 +51,28 @@ TEST(Statistics, MedianAndDeviationAgainstIndependentRules) {
 }
 
 // 300 samples as the detector sorts them: quantised rates with many repeats,
-// infinities, and runs that hold NaN in different places. Any faster method
-// must leave the order of a plain exchange sort, bit for bit, NaN included.
+// infinities, runs that hold NaN in different places, and zeros of both signs
+// (which the exchange sort leaves where its swaps put them). Any faster method
+// must leave the order of a plain exchange sort, bit for bit, and its median.
 TEST(Statistics, MedianSortLeavesTheExchangeSortOrder) {
     std::mt19937 gen(11);
     std::uniform_int_distribution<int> level(-40, 40);
     const double nan = std::nan("");
     const double inf = HUGE_VAL;
-    for (int trial = 0; trial < 12; ++trial) {
+    for (int trial = 0; trial < 16; ++trial) {
         std::vector<double> x(300);
-        for (double &v : x) v = 1e-4 * (level(gen) + 0.5);  // no zeros: their sign is free
-        if (trial % 3 == 1) { x[17] = inf; x[250] = -inf; }
-        if (trial % 3 == 2) { x[static_cast<size_t>((trial - 2) * 20)] = nan; x[299] = nan; }
+        for (double &v : x) v = 1e-4 * (level(gen) + 0.5);
+        if (trial % 4 == 1) { x[17] = inf; x[250] = -inf; }
+        if (trial % 4 == 2) { x[static_cast<size_t>((trial - 2) * 20)] = nan; x[299] = nan; }
+        if (trial % 4 == 3)
+            for (size_t i = 0; i < 300; i += 2) x[i] = level(gen) < 0 ? -0.0 : 0.0;
         std::vector<double> expected = x;
         for (size_t i = 0; i < 300; ++i)
             for (size_t j = i + 1; j < 300; ++j)
                 if (expected[j] < expected[i]) std::swap(expected[i], expected[j]);
-        median_dat(x.data(), 300);
+        const double median = median_dat(x.data(), 300);
         EXPECT_EQ(std::memcmp(x.data(), expected.data(), sizeof(double) * 300), 0) << trial;
+        EXPECT_EQ(std::signbit(median), std::signbit(expected[150])) << trial;
     }
 }
 
@@ -181,6 +185,7 @@ TEST_F(Standstill, VelocityAndSensorLimits) {
         {{0.0, std::nextafter(0.03, 1.0), 0.0}, 0.004, 0.0004, 0.002, false},
         {{0.02, 0.02, exact}, 0.004, 0.0004, 0.002, true},
         {{0.02, 0.02, fast}, 0.004, 0.0004, 0.002, false},
+        {{0.0, 0.0, std::nan("")}, 0.004, 0.0004, 0.002, true},  // a NaN fails neither limit
         {{0.0, 0.0, 0.0}, 0.03, 0.0004, 0.002, false},   // shaking pole: accelerometer scatter
         {{0.0, 0.0, 0.0}, 0.004, 0.0025, 0.002, false},  // rate scatter above 0.1 deg/s
         {{0.0, 0.0, 0.0}, 0.004, 0.0004, 0.006, false},  // median rate above 0.3 deg/s: a slow turn

@@ -6,10 +6,6 @@
 namespace drlib {
 namespace {
 
-// Below this |cos(latitude)| (within about 64 m of a pole) the east direction
-// turns faster than any stride can follow; the floor keeps the transport rate
-// finite there instead of dividing by zero.
-constexpr double kMinCosLat = 1e-5;
 constexpr double kSixth = 0.16666666666666666;
 
 void add_scaled_cross(double *acc, const double *a, const double *b, double scale) {
@@ -82,15 +78,6 @@ void accumulate_stride_sums(StrideSums *sums, const double *dtheta, const double
     }
 }
 
-void nframe_rate_over_earth(double *out, const double *v_n, const NavState *nav) {
-    const double rn_h = nav->rn + nav->llh[2];
-    const double rm_h = nav->rm + nav->llh[2];
-    const double cos_lat = (nav->cos_lat < kMinCosLat) ? kMinCosLat : nav->cos_lat;
-    out[0] = v_n[1] / rn_h;
-    out[1] = -v_n[0] / rm_h;
-    out[2] = -v_n[1] * nav->sin_lat / (cos_lat * rn_h);
-}
-
 void specific_force_increment(double *dv_sf, double *c_n, const StrideSums *sums,
                               const NavState *nav, const double *wen_n, double ts_s) {
     // Velocity increment in start-of-stride body axes: rotation compensation
@@ -159,7 +146,7 @@ void refresh_earth_model(NavState *nav) {
     nav->cos_lon = nav->cne[4];
     nav->sin_lon = -nav->cne[1];
     calc_radius(&nav->rm, &nav->rn, nav->sin_lat);
-    nframe_rate_over_earth(nav->wen_n, nav->v_n, nav);
+    transport_rate(nav->wen_n, nav->v_n, nav);
     calc_wie_n(nav->wie_n, nav->llh[0]);
 }
 

@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include "dr_common_rates.h"
 #include "drlib.h"
 
 namespace drlib {
@@ -25,11 +26,6 @@ enum class Coning { kCompensated, kIgnored };
 // Accumulates increments 1..m of the runs (element 0 precedes the stride).
 void accumulate_stride_sums(StrideSums *sums, const double *dtheta, const double *dvel, int32_t m,
                             double tl_s);
-
-// Rotation rate (or, given a displacement, rotation) of the n frame over the
-// ellipsoid caused by a velocity (displacement) resolved in n, from the
-// record's radii, height and cached latitude trigonometry.
-void nframe_rate_over_earth(double *out, const double *v_n, const NavState *nav);
 
 // Velocity increment of the stride's specific force in n: the body increment
 // with rotation and sculling compensation, through cbn, then through

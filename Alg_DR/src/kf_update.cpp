@@ -5,6 +5,7 @@
 // [[S^1/2, 0], [Kbar, L+]], so neither P nor S is ever formed or inverted as
 // a full matrix; only the m x m factor S^1/2 is inverted for the gain.
 #include "dr_assert.h"
+#include "dr_common_rates.h"
 #include "drlib.h"
 #include "kf_dims.h"
 
@@ -84,10 +85,7 @@ void refresh_frame_rates(NavState *nav) {
     nav->sin_lat = -nav->cne[8];
     nav->cos_lon = nav->cne[4];
     nav->sin_lon = -nav->cne[1];
-    const double h = nav->llh[2];  // m
-    nav->wen_n[0] = nav->v_n[1] / (nav->rn + h);
-    nav->wen_n[1] = -nav->v_n[0] / (nav->rm + h);
-    nav->wen_n[2] = -nav->v_n[1] * nav->sin_lat / (nav->cos_lat * (nav->rn + h));
+    drlib::transport_rate(nav->wen_n, nav->v_n, nav);
 }
 
 }  // namespace
