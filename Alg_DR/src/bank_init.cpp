@@ -9,21 +9,23 @@
 #include <string.h>
 
 #include "dr_common_rates.h"
+#include "dr_consts.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "drlib.h"
 #include "kf_dims.h"
+#include "matrix_packed.h"
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
-constexpr double kTwoPi = 6.283185307179586;
+using drlib::kEntryIncrements;
+using drlib::kIncrementsPerSecond;
+using drlib::kPi;
+using drlib::kTwoPi;
 
 // 0.5 s of history: five entries of ten 0.01 s increments each.
 constexpr int kForceEntries = 5;
-constexpr int kSlotsPerEntry = 10;
 constexpr double kPerHalfSecond = 2.0;   // 1 / 0.5 s
-constexpr double kStepsPerSecond = 100.0;  // 1 / 0.01 s
 
 // A body at rest or in gentle motion feels about 1 g; GNSS and the IMU must
 // see the same magnitude, else one of them saw a manoeuvre the other missed.
@@ -41,7 +43,7 @@ void mean_specific_force_b(double *f_b, uint32_t newest_pos) {
     double sum[3] = {0.0, 0.0, 0.0};  // m/s over 0.5 s
     for (int back = kForceEntries - 1; back >= 0; --back) {
         const FusionIn &entry = GET_FUSION_IN(newest_pos, -back);
-        for (int slot = 1; slot <= kSlotsPerEntry; ++slot) {
+        for (int slot = 1; slot <= kEntryIncrements; ++slot) {
             for (int c = 0; c < 3; ++c) sum[c] += entry.dvel[slot][c];
         }
     }
@@ -111,7 +113,7 @@ void seed_bank_filter(KfFilter *flt, uint32_t pos_index) {
     }
     memset(flt->L, 0, sizeof flt->L);
     for (int i = 0; i < kKfBankStates; ++i) {
-        flt->L[gk_L_start[i] + i] = i < kVelStates ? kSeedVelStd_mps : kSeedAttStd_rad;
+        flt->L[drlib::packed_index(i, i)] = i < kVelStates ? kSeedVelStd_mps : kSeedAttStd_rad;
     }
 }
 
@@ -159,7 +161,7 @@ DRLIB_API void InitParelFilter(uint32_t newest_pos) {
     const double gravity_mps2 = local_gravity_v2(sin(llh_g[0]), llh_g[2]);
     const double f_n[3] = {a_n[0], a_n[1], a_n[2] - gravity_mps2};
     double w_ib[3];  // rad/s, body
-    for (int c = 0; c < 3; ++c) w_ib[c] = newest.dtheta[kSlotsPerEntry][c] * kStepsPerSecond;
+    for (int c = 0; c < 3; ++c) w_ib[c] = newest.dtheta[kEntryIncrements][c] * kIncrementsPerSecond;
     memcpy(NavGp[0].acc_n, a_n, sizeof a_n);
 
     const double f_b_norm = absvect3d(f_b);

@@ -5,14 +5,15 @@
 #include "dr_assert.h"
 #include "dr_mech_stages.h"
 
-namespace drlib {
+using namespace drlib;
 
-void mech_stride_forward(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
-                         double tl_s, Coning coning) {
+extern "C" {
+
+DRLIB_API void dr_mech_stride(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
+                              double tl_s) {
     DR_ASSERT(tl_s > 1e-6, "tl > 1e-6", "Alg_DR/src/dr_mech", 25, "dr_mech_stride");
     StrideSums sums;
     accumulate_stride_sums(&sums, dtheta, dvel, m, tl_s);
-    if (coning == Coning::kIgnored) sums.beta[0] = sums.beta[1] = sums.beta[2] = 0.0;
     const double ts_s = static_cast<double>(m) * tl_s;
 
     // Velocity. The Earth-model fields are the start-of-stride ones; the
@@ -49,15 +50,6 @@ void mech_stride_forward(NavState *nav, const double *dtheta, const double *dvel
         nav->f_n[i] = dv_sf[i] / ts_s;
     }
     refresh_earth_model(nav);
-}
-
-}  // namespace drlib
-
-extern "C" {
-
-DRLIB_API void dr_mech_stride(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
-                              double tl) {
-    drlib::mech_stride_forward(nav, dtheta, dvel, m, tl, drlib::Coning::kCompensated);
 }
 
 DRLIB_API void dr_mech(NavState *nav, const double *dtheta, const double *dvel, int32_t n,

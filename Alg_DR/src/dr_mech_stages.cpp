@@ -8,10 +8,16 @@ namespace {
 
 constexpr double kSixth = 0.16666666666666666;
 
-void add_scaled_cross(double *acc, const double *a, const double *b, double scale) {
+void add_cross(double *acc, const double *a, const double *b) {
     double c[3];
     cross_prod(c, a, b);
-    for (int i = 0; i < 3; ++i) acc[i] += c[i] * scale;
+    for (int i = 0; i < 3; ++i) acc[i] += c[i];
+}
+
+void subtract_cross(double *acc, const double *a, const double *b) {
+    double c[3];
+    cross_prod(c, a, b);
+    for (int i = 0; i < 3; ++i) acc[i] -= c[i];
 }
 
 // One interval's contribution to the stride sums. The fractions 5/12 and
@@ -32,13 +38,13 @@ void accumulate_interval(StrideSums *s, const double *th, const double *th_prev,
     }
     double a[3], b[3];
     for (int i = 0; i < 3; ++i) a[i] = (s->theta[i] - dth[i] / 12.0) / 2.0;
-    add_scaled_cross(s->rho, a, b_u, 1.0);
+    add_cross(s->rho, a, b_u);
     for (int i = 0; i < 3; ++i) a[i] = (s->u[i] - du[i] / 12.0) / 2.0;
-    add_scaled_cross(s->rho, a, b_th, 1.0);
+    add_cross(s->rho, a, b_th);
     for (int i = 0; i < 3; ++i) a[i] = (s->s_u[i] + du[i] * tl_s / 24.0) / 6.0;
-    add_scaled_cross(s->rho, a, th, 1.0);
+    add_cross(s->rho, a, th);
     for (int i = 0; i < 3; ++i) a[i] = (s->s_theta[i] + dth[i] * tl_s / 24.0) / 6.0;
-    add_scaled_cross(s->rho, a, u, -1.0);
+    subtract_cross(s->rho, a, u);
 
     double c[3];
     for (int i = 0; i < 3; ++i) {

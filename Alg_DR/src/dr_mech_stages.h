@@ -19,10 +19,6 @@ struct StrideSums {
     double rho[3];      // scrolling correction of the displacement, m
 };
 
-// Whether a stride applies the coning correction; the uncorrected variant
-// exists only to measure what the correction is worth.
-enum class Coning { kCompensated, kIgnored };
-
 // Accumulates increments 1..m of the runs (element 0 precedes the stride).
 void accumulate_stride_sums(StrideSums *sums, const double *dtheta, const double *dvel, int32_t m,
                             double tl_s);
@@ -56,10 +52,5 @@ void move_position(NavState *nav, const double *xi, double dh_m);
 // Refreshes the cached trigonometry, radii, transport and Earth rate from
 // qne/cne, height and v_n (cne, llh and v_n already updated).
 void refresh_earth_model(NavState *nav);
-
-// Forward stride with a selectable coning correction; dr_mech_stride is the
-// compensated form.
-void mech_stride_forward(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
-                         double tl_s, Coning coning);
 
 }  // namespace drlib

@@ -9,19 +9,21 @@
 
 #include <algorithm>
 
+#include "dr_consts.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "drlib.h"
 
 namespace {
 
-constexpr int kEntries = 30;        // 3 s of history, the newest and the 29 before it
-constexpr int kSlotsPerEntry = 10;  // increments 1..10; 0 repeats the previous entry's 10
-constexpr int kSamples = kEntries * kSlotsPerEntry;
+using drlib::kEntryIncrements;
+using drlib::kIncrementsPerSecond;
+
+constexpr int kEntries = 30;  // 3 s of history, the newest and the 29 before it
+constexpr int kSamples = kEntries * kEntryIncrements;
 constexpr int kStoreLen = 308;
 constexpr int kChannels = 6;        // specific force x, y, z (m/s^2), rate x, y, z (rad/s)
 constexpr int kRateChannel = 3;
-constexpr double kStepsPerSecond = 100.0;  // 1 / 0.01 s
 
 constexpr double kMaxVelComponent_mps = 0.03;
 constexpr double kMaxSpeedSquared_m2ps2 = 0.0016;          // 0.04 m/s
@@ -106,11 +108,11 @@ bool gather_still_samples() {
     for (int back = 0; back < kEntries; ++back) {
         const FusionIn &entry = GET_FUSION_IN(g_FusionInPos - 1u, -back);
         if (!antenna_still(entry.header.vel)) return false;
-        for (int slot = 1; slot <= kSlotsPerEntry; ++slot) {
-            const int n = back * kSlotsPerEntry + (slot - 1);
+        for (int slot = 1; slot <= kEntryIncrements; ++slot) {
+            const int n = back * kEntryIncrements + (slot - 1);
             for (int c = 0; c < 3; ++c) {
-                checkDat[c][n] = kStepsPerSecond * entry.dvel[slot][c];
-                checkDat[kRateChannel + c][n] = kStepsPerSecond * entry.dtheta[slot][c];
+                checkDat[c][n] = kIncrementsPerSecond * entry.dvel[slot][c];
+                checkDat[kRateChannel + c][n] = kIncrementsPerSecond * entry.dtheta[slot][c];
             }
         }
     }
