@@ -34,7 +34,7 @@ double quat_angle(const double *a, const double *b) {
     return 2.0 * atan2(sqrt(d[1] * d[1] + d[2] * d[2] + d[3] * d[3]), d[0]);
 }
 
-TEST(MechExamples, FreeFallOneIntervalForwardAndBackward) {
+TEST(MechExamples, FreeFallOneInterval) {
     const double rph[3] = {0.0, 0.0, 0.0};
     NavState nav = state_at_rest(0.5, 100.0, rph);
     const double zero[2][3] = {};
@@ -44,18 +44,6 @@ TEST(MechExamples, FreeFallOneIntervalForwardAndBackward) {
         EXPECT_DOUBLE_EQ(nav.v_n[i], 0.01 * nav.g_n[i]);
     }
     EXPECT_NEAR(nav.llh[2], 100.0 - 0.5 * nav.g_n[2] * 1e-4, 1e-12);
-
-    nav = state_at_rest(0.5, 100.0, rph);  // ending at rest
-    dr_mech_backward(&nav, zero[0], zero[0], 1, kTl);
-    // acc = g + Coriolis of the mid-stride velocity -0.005 g.
-    double v_mid[3], w[3], cor[3];
-    for (int i = 0; i < 3; ++i) v_mid[i] = -0.005 * nav.g_n[i], w[i] = 2.0 * nav.wie_n[i];
-    cross_prod(cor, v_mid, w);
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_NEAR(nav.acc_n[i], nav.g_n[i] + cor[i], 1e-13);
-        EXPECT_DOUBLE_EQ(nav.v_n[i], -0.01 * nav.acc_n[i]);
-    }
-    EXPECT_NEAR(nav.llh[2], 100.0 - 0.5 * nav.acc_n[2] * 1e-4, 1e-12);
 }
 
 // A body at rest turns with the Earth and its accelerometers read minus
@@ -153,11 +141,11 @@ void expect_invariants(const NavState &nav, const NavState &start) {
     double cne[9], cbn[9], rph[3], llh[3] = {0.0, 0.0, 0.0}, rm, rn, wie[3];
     quat2dcm(cne, nav.qne), quat2dcm(cbn, nav.qbn), cbn2rph(rph, nav.cbn), cne2llh(llh, nav.cne);
     calc_radius(&rm, &rn, nav.sin_lat), calc_wie_n(wie, nav.llh[0]);
-    EXPECT_TRUE(!memcmp(cne, nav.cne, sizeof cne) && !memcmp(cbn, nav.cbn, sizeof cbn));
-    EXPECT_TRUE(!memcmp(rph, nav.rph, sizeof rph) && !memcmp(wie, nav.wie_n, sizeof wie));
-    EXPECT_TRUE(llh[0] == nav.llh[0] && llh[1] == nav.llh[1] && rm == nav.rm && rn == nav.rn);
-    EXPECT_TRUE(nav.cos_lat == nav.cne[6] && nav.sin_lat == -nav.cne[8]);
-    EXPECT_TRUE(nav.cos_lon == nav.cne[4] && nav.sin_lon == -nav.cne[1]);
+    EXPECT_TRUE(!memcmp(cne, nav.cne, sizeof cne) && !memcmp(cbn, nav.cbn, sizeof cbn) &&
+                !memcmp(rph, nav.rph, sizeof rph) && !memcmp(wie, nav.wie_n, sizeof wie));
+    EXPECT_TRUE(llh[0] == nav.llh[0] && llh[1] == nav.llh[1] && rm == nav.rm && rn == nav.rn &&
+                nav.cos_lat == nav.cne[6] && nav.sin_lat == -nav.cne[8] && nav.cos_lon == nav.cne[4] &&
+                nav.sin_lon == -nav.cne[1]);
     // Transport rate: east velocity over the prime-vertical radius, north
     // velocity over the meridian radius, tan(lat) for the vertical.
     const double h = nav.llh[2];
@@ -186,8 +174,7 @@ TEST(MechPhysics, ForwardThenBackwardReturnsToTheStart) {
     }
     for (int e = 9; e >= 0; --e) dr_mech_backward(&nav, dth[10 * e], dv[10 * e], 10, kTl);
     expect_invariants(nav, start);
-    double d_v[3];
-    for (int i = 0; i < 3; ++i) d_v[i] = nav.v_n[i] - start.v_n[i];
+    const double d_v[3] = {nav.v_n[0] - start.v_n[0], nav.v_n[1] - start.v_n[1], nav.v_n[2] - start.v_n[2]};
     EXPECT_LT(quat_angle(nav.qbn, start.qbn), 1e-9);
     EXPECT_LT(quat_angle(nav.qne, start.qne), 1e-12);
     EXPECT_LT(absvect3d(d_v), 2e-7);
