@@ -107,52 +107,36 @@ protected:
     Scene scene;
 };
 
-TEST_F(BankStart, AtRestLevelsRollAndPitchAndStartsSixStateFilters) {
+// A tilted pole, its antenna moving steadily (no GNSS acceleration) and the
+// body turning at w_b: every hypothesis carries the roll and pitch, the
+// six-state seed, the IMU at the antenna displaced by the turned lever arm,
+// and the antenna velocity plus the lever end's d(cbn l)/dt (central
+// difference over +-1 ms; Earth and transport rates, ~1e-4 rad/s on a 6 cm
+// lever, stay below 1e-5 m/s), which the GNSS innovation inverts exactly.
+TEST_F(BankStart, LevelsAndSeedsEveryHypothesisFromTheAntenna) {
     at_rest(body_to_nav(3.0 * kDeg, -2.0 * kDeg, 40.0 * kDeg));
+    const double v_n[3] = {0.01, -0.02, 0.005}, w_b[3] = {0.3, -0.2, 0.5};
+    mtx_mul_vect_3d(scene.vel_newest_e, scene.cne, v_n);
+    std::memcpy(scene.vel_older_e, scene.vel_newest_e, sizeof scene.vel_older_e);
+    std::memcpy(scene.w_ib, w_b, sizeof w_b);
     start();
     EXPECT_TRUE(s_FltState == FLT_STATE_CONV && s_updcnt == 0u);
     const double f_n[3] = {0.0, 0.0, -gravity_at(scene)};
     expect_levelled(f_n, 1e-9);
+    const double dt = 1e-3, len = absvect3d(w_b), w_axis[3] = {w_b[0] / len, w_b[1] / len, w_b[2] / len};
     for (int i = 0; i < kBankSize; ++i) {
         EXPECT_TRUE(std::fabs(NavGp[i].rph[0] - 3.0 * kDeg) < 1e-9 && std::fabs(NavGp[i].rph[1] + 2.0 * kDeg) < 1e-9);
         EXPECT_TRUE(FltGp[i].state_dim == 6u && FltGp[i].pos_index == kEntries - 1 && toggleCnts[i] == 0u) << i;
         for (int s = 0; s < 6; ++s)
             EXPECT_NEAR(get_kf_state_variance(FltGp[i].L, s), s < 3 ? 0.01 : 0.2741556778080377, 1e-16);
-    }
-    // Hypothesis 0 is the levelling alone: the shortest turn from f_b to f_n.
-    double axis[3];
-    cross_prod(axis, scene.f_b, f_n);
-    const double len = absvect3d(axis);
-    for (double &a : axis) a /= len;
-    const Mat3 shortest = axis_angle(axis, angle_between(scene.f_b, f_n));
-    for (int k = 0; k < 9; ++k) EXPECT_NEAR(NavGp[0].cbn[k], shortest.m[k], 1e-12) << k;
-}
-
-// The IMU sits at the antenna displaced by the turned lever arm, and moves
-// with the antenna velocity plus the lever end's d(cbn l)/dt: central
-// difference over +-1 ms of the body turning at w_b (Earth and transport
-// rates, ~1e-4 rad/s on a 6 cm lever, stay below 1e-5 m/s).
-TEST_F(BankStart, PositionAndVelocityCarryTheAntennaThroughTheTurningLever) {
-    at_rest(body_to_nav(5.0 * kDeg, 4.0 * kDeg, 200.0 * kDeg));
-    const double v_n[3] = {0.01, -0.02, 0.005};  // steady: no GNSS acceleration
-    mtx_mul_vect_3d(scene.vel_newest_e, scene.cne, v_n);
-    std::memcpy(scene.vel_older_e, scene.vel_newest_e, sizeof scene.vel_older_e);
-    const double w_b[3] = {0.3, -0.2, 0.5};  // rad/s
-    std::memcpy(scene.w_ib, w_b, sizeof w_b);
-    start();
-    ASSERT_EQ(s_FltState, FLT_STATE_CONV);
-    const double dt = 1e-3, len = absvect3d(w_b);
-    const double axis[3] = {w_b[0] / len, w_b[1] / len, w_b[2] / len};
-    for (int i = 0; i < kBankSize; ++i) {
         Mat3 cbn;
         std::memcpy(cbn.m, NavGp[i].cbn, sizeof cbn.m);
-        double lever_n[3], lever_e[3], imu_e[3], l_ahead[3], l_behind[3];
+        double lever_n[3], lever_e[3], imu_e[3], l_ahead[3], l_behind[3], z[3];
         mtx_mul_vect_3d(lever_n, cbn.m, kLever_m);
         mtx_mul_vect_3d(lever_e, scene.cne, lever_n);
         llh2ecef(imu_e, NavGp[i].llh);
-        mtx_mul_vect_3d(l_ahead, mul(cbn, axis_angle(axis, len * dt)).m, kLever_m);
-        mtx_mul_vect_3d(l_behind, mul(cbn, axis_angle(axis, -len * dt)).m, kLever_m);
-        double z[3];  // the seeding inverts the GNSS velocity innovation
+        mtx_mul_vect_3d(l_ahead, mul(cbn, axis_angle(w_axis, len * dt)).m, kLever_m);
+        mtx_mul_vect_3d(l_behind, mul(cbn, axis_angle(w_axis, -len * dt)).m, kLever_m);
         DifImuVelWithGnss(z, &NavGp[i], scene.vel_newest_e, scene.w_ib);
         for (int c = 0; c < 3; ++c) {
             EXPECT_NEAR(imu_e[c], scene.pos_e[c] + lever_e[c], 1e-6) << i;
@@ -160,6 +144,12 @@ TEST_F(BankStart, PositionAndVelocityCarryTheAntennaThroughTheTurningLever) {
             EXPECT_NEAR(z[c], 0.0, 1e-12) << i;
         }
     }
+    // Hypothesis 0 is the levelling alone: the shortest turn from f_b to f_n.
+    double axis[3];
+    cross_prod(axis, scene.f_b, f_n);
+    const double axis_len = absvect3d(axis), unit[3] = {axis[0] / axis_len, axis[1] / axis_len, axis[2] / axis_len};
+    const Mat3 shortest = axis_angle(unit, angle_between(scene.f_b, f_n));
+    for (int k = 0; k < 9; ++k) EXPECT_NEAR(NavGp[0].cbn[k], shortest.m[k], 1e-12) << k;
 }
 
 // Turns of every size from the levelling: 120 degrees (the obtuse branch);
@@ -246,7 +236,7 @@ std::vector<int32_t> verdicts(std::initializer_list<Heading> moved) {
 
 const double kAgree = 2.5, kSeparate = 7.5;  // deg: neighbour agreement, rival separation
 
-TEST(BankVerdict, ClustersOfThreeDecideAtTheFifthCheck) {
+TEST(BankVerdict, ClustersOfThreeDecideAtTheFifthCheckWithinTheLimits) {
     const std::vector<int32_t> undecided(5, -1);
     auto decided = [](int32_t v) { return std::vector<int32_t>{-1, -1, -1, -1, v}; };
     EXPECT_EQ(verdicts({}), undecided);
@@ -267,14 +257,12 @@ TEST(BankVerdict, ClustersOfThreeDecideAtTheFifthCheck) {
     for (int i = 0; i < kBankSize; ++i) set_heading(i, 0.0);
     EXPECT_EQ(CheckParelFltConv(), -1);
     EXPECT_EQ(toggleCnts[0], 0u);
-}
-
-TEST(BankVerdict, AgreementAndSeparationLimits) {
+    // Agreement strictly below 2.5 degrees; a second established cluster is
+    // ambiguous beyond 7.5 degrees only.
     const double eps = 1e-9 / kDeg;
     for (double gap : {kAgree - eps, kAgree + eps}) {
         EXPECT_EQ(verdicts({{6, 120 - gap}, {7, 120}, {8, 120.5}}).back(), gap < kAgree ? 7 : -1) << gap;
     }
-    // A second established cluster makes the bank ambiguous beyond 7.5 degrees only.
     for (double gap : {kSeparate - eps, kSeparate + eps}) {
         const double rival = 120.0 + gap;
         const int32_t v = verdicts({{6, 119.8}, {7, 120}, {8, 120.2}, {14, rival - 0.5}, {15, rival}, {16, rival - 0.3}})

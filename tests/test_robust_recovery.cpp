@@ -55,8 +55,7 @@ protected:
             Feed({garbage[i]});
         }
         const Outcome after = Feed(s_log);
-        ASSERT_GE(s_fresh.first_fix, 0);
-        ASSERT_GE(after.first_fix, 0) << "no tilt solution after the garbage";
+        ASSERT_TRUE(s_fresh.first_fix >= 0 && after.first_fix >= 0) << "no tilt solution after the garbage";
         EXPECT_LE(after.first_fix, s_fresh.first_fix + 10) << "later than a fresh start (one second of start-up)";
         // The log's first record may be refused as not continuing the garbage:
         // then compare with a fresh start fed from its second record.
@@ -88,11 +87,7 @@ TEST_F(Recovery, NonFiniteValuesAndExtremeCountsWithTheMainFilterRunning) {
     std::vector<Record> g(s_log.begin(), s_log.begin() + 330);
     for (size_t i = 300; i < 330; ++i) {
         DrInput &h = header(g[i]);
-        if (i < 320) {
-            h.pos[i % 3] = nan;
-            h.vel[(i + 1) % 3] = i % 2 ? inf : nan;
-            h.pos_std[i % 3] = std::numeric_limits<float>::quiet_NaN();
-        }
+        if (i < 320) h.pos[i % 3] = nan, h.vel[(i + 1) % 3] = i % 2 ? inf : nan, h.pos_std[i % 3] = NAN;
         for (int k = 0; k < h.nsamples; ++k)
             samples(g[i])[k].gyro[k % 3] = samples(g[i])[k].acc[(k + 1) % 3] = (i + k) % 2 ? INT32_MAX : INT32_MIN;
     }
