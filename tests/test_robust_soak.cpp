@@ -1,10 +1,10 @@
 // Soak: two hours of 10 Hz epochs in one run. A survey session is fed over and
 // over, each pass 135 s after the previous one (so each starts with a break),
-// some with a reset request or a dropped record, across the week rollover and
-// with the sequence number, history position and IMU ring counters wrapping.
-// Up to a disturbance a pass must repeat the first pass's statuses bit for bit
-// (time tag aside): nothing drifts or accumulates, wrapped counters change
-// nothing. After one it must regain a solution within 30 s.
+// across the week rollover and with the sequence number, history position and
+// IMU ring counters wrapping. Every pass must repeat the first pass's statuses
+// bit for bit (time tag aside): nothing drifts or accumulates, wrapped
+// counters change nothing. (Resets and lost records in between are the
+// recovery test's and the record fuzzer's business.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -24,7 +24,7 @@ constexpr uint32_t kPassPeriodMs = 135000u;       // whole seconds: the IMU stam
 constexpr size_t kSessionEpochs = 2 * 3600 * 10;  // two hours
 constexpr uint32_t kNearWrap = 0xFFFFFF00u;
 
-TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
+TEST(Soak, TwoHoursWithBreaksAndWrappingCounters) {
     drsim::SimOptions opt;
     opt.scenario.seed = 4;
     const std::vector<Record> pass = simtest::split_records(drsim::simulate(opt).log);
@@ -40,13 +40,7 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
     size_t fed = 0, compared = 0;
     bool crossed_week = false;
     for (size_t p = 0; p < passes; ++p) {
-        // Every third pass gets a reset request at 60 s, every fifth loses a record at 70 s.
-        const bool reset_pass = p % 3 == 2, drop_pass = p % 5 == 4;
-        const size_t disturbed_at = reset_pass ? 600 : drop_pass ? 700 : pass.size();
-        long fix_after_disturbance = -1;
         for (size_t i = 0; i < pass.size(); ++i) {
-            if (drop_pass && i == 700) continue;
-            if (reset_pass && i == 600) DrlibReset();
             Record b = pass[i];
             DrInput &h = simtest::header(b);
             const uint32_t tow = h.tow_ms + tow0 + static_cast<uint32_t>(p) * kPassPeriodMs;
@@ -54,10 +48,9 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
             crossed_week |= tow >= kWeekMs && h.tow_ms < 1000u;
             h.seq = seq0 + static_cast<uint32_t>(fed++);
             if (p == 0 && i == 0) h.version = 0;  // every pass then starts its run with record 1
-            const uint32_t result = simtest::feed(b);
-            // Refused: the first record of a pass, and the one after a lost record.
-            ASSERT_EQ(result, i == 0 || (drop_pass && i == 701) ? 1u : 0u) << "pass " << p << " record " << i;
-            if (result != 0u) {
+            // Refused: the first record of a pass, which does not continue the previous pass.
+            ASSERT_EQ(simtest::feed(b), i == 0 ? 1u : 0u) << "pass " << p << " record " << i;
+            if (i == 0) {
                 // Ring emptied: give it counters about to wrap, as after a long run.
                 ASSERT_EQ(drlib::ImuDataWPos, 0u);
                 drlib::ImuDataWPos = drlib::ImuDataRPos = kNearWrap + static_cast<uint32_t>(p);
@@ -65,23 +58,15 @@ TEST(Soak, TwoHoursWithBreaksResetsAndWrappingCounters) {
             }
             TiltStat s = simtest::g_tilt;
             s.tow_ms = 0;
-            if (p == 0) {
-                first_pass[i] = s;
-            } else if (i < disturbed_at) {
-                ASSERT_EQ(std::memcmp(&s, &first_pass[i], sizeof s), 0) << "pass " << p << " record " << i;
-                ++compared;
-            } else if (s.status != 0 && fix_after_disturbance < 0) {
-                fix_after_disturbance = static_cast<long>(i - disturbed_at);
-            }
-        }
-        if (disturbed_at < pass.size()) {
-            EXPECT_TRUE(fix_after_disturbance >= 0 && fix_after_disturbance < 300) << "pass " << p;
+            if (p == 0) first_pass[i] = s;
+            ASSERT_EQ(std::memcmp(&s, &first_pass[i], sizeof s), 0) << "pass " << p << " record " << i;
+            compared += p > 0;
         }
     }
     EXPECT_TRUE(crossed_week);
     EXPECT_EQ(g_FusionInPos, pos0 + static_cast<uint32_t>(fed));
     EXPECT_LT(g_FusionInPos, pos0) << "the history position has wrapped";
-    EXPECT_GT(compared, 10u);
+    EXPECT_GT(compared, 10000u);
 }
 
 }  // namespace
