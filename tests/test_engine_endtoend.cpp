@@ -58,18 +58,15 @@ TEST(EndToEnd, LearnedBiasIsStoredAndSeedsTheNextRun) {
 // Tip on the first point, mounting (0.5, -0.3, 0.4) deg. Measured on seed 1:
 // roll 0.45 deg, pitch -0.13 deg, reported heading -0.02 deg (0.3 of the
 // estimate); the estimate shares the main filter's attitude errors.
-TEST(EndToEnd, CalibrationReportsProgressInOrderAndTheMounting) {
+TEST(EndToEnd, CalibrationReportsTheMounting) {
     const drsim::SimResult sim = drsim::simulate(Session("calibration", 1));
     drtools::ReplayOptions ro;
     ro.calibrate = true;
     for (int i = 0; i < 3; ++i) ro.calib_point_e[i] = sim.truth[0].tip_e[i];
     const drtools::ReplayOutput out = drtools::replay_log(sim.log, ro);
-    ASSERT_FALSE(out.calib.empty());
-    uint32_t prev = 0;  // progress rises by one; only a restart goes back, and then to 0
-    for (size_t i = 0; i + 1 < out.calib.size(); prev = out.calib[i++].percent)
-        ASSERT_TRUE(out.calib[i].code == 1u && (out.calib[i].percent == 0u || out.calib[i].percent == prev + 1)) << i;
+    ASSERT_GE(out.calib.size(), 100u);  // progress, in order (the calibration unit test), then the result
     const drtools::CalibEvent &last = out.calib.back();
-    ASSERT_TRUE(prev == 99u && last.code == 0u);
+    ASSERT_TRUE(out.calib[out.calib.size() - 2].percent == 99u && last.code == 0u);
     const double deg = M_PI / 180.0;
     EXPECT_NEAR(last.result[0], 0.5 * deg, 0.15 * deg);
     EXPECT_NEAR(last.result[1], -0.3 * deg, 0.3 * deg);
