@@ -18,8 +18,8 @@ namespace {
 constexpr int kEntries = 30;        // 3 s of history, the newest and the 29 before it
 constexpr int kSlotsPerEntry = 10;  // increments 1..10; 0 repeats the previous entry's 10
 constexpr int kSamples = kEntries * kSlotsPerEntry;
-constexpr int kStoreLen = 308;
-constexpr int kChannels = 6;        // specific force x, y, z (m/s^2), rate x, y, z (rad/s)
+constexpr int kStoreLen = drlib::kZuptStoreLen;
+constexpr int kChannels = drlib::kZuptChannels;  // specific force x, y, z (m/s^2), rate x, y, z (rad/s)
 constexpr int kRateChannel = 3;
 constexpr double kStepsPerSecond = 100.0;  // 1 / 0.01 s
 
@@ -72,7 +72,7 @@ void sort_ascending(double *x, int32_t n) {
 }  // namespace
 
 // Samples of the last 3 s per channel; refilled from the start at each use.
-static double checkDat[kChannels][kStoreLen];
+static constexpr auto &checkDat = drlib::g_state.zupt_window;
 
 namespace {
 
