@@ -158,7 +158,7 @@ void MakeStarts() {
     std::memcpy(tip, statuses.back().tip_pos, sizeof tip);
     host.StartCalib(tip, 1200, true);
     feed_to(next + 10);
-    if (FltCub.running == 0u) drfuzz::Fail("start: the calibration stopped");
+    if (FltCub.running == 0u || FltCub.count < 10u) drfuzz::Fail("start: the calibration does not take the tip's point");
     keep(FLT_STATE_MAIN);
     // The same calibration a few updates before its result (its count moved
     // on as 1,200 updates on the point would have).

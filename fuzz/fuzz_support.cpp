@@ -162,8 +162,8 @@ EngineBits Snapshot(size_t entries) {
 
 // What a run starts from: everything the library carries from one record
 // to the next, but for the parts a new run writes before it reads them (the
-// history's entries, the staged samples, the bank, the main filter and the
-// calibration's estimate).
+// history's entries, the staged samples, the bank and its counters, the main
+// filter and the calibration's estimate).
 void CompareStarts(const EngineBits &got, const EngineBits &want) {
     if (got.state != want.state) Fail("probe: driver state differs from a fresh start");
     if (got.history_num != want.history_num || got.imu_wpos != want.imu_wpos || got.imu_rpos != want.imu_rpos)
