@@ -151,13 +151,24 @@ void MakeStarts() {
     keep(FLT_STATE_CONV);  // three epochs before the bank's decision
     feed_past_promotion(20);
     keep(FLT_STATE_MAIN);
-    // A calibration on the point where the library puts the tip.
-    const std::vector<TiltStat> statuses = host.TakeStatuses();
-    if (statuses.empty() || statuses.back().status == 0) drfuzz::Fail("start: no tilt solution to calibrate on");
+    // A calibration on the point where the library puts the tip, once the
+    // tip is certain enough for the calibration to take it.
+    auto tip_certain = [](const TiltStat &t) {
+        for (float sd : t.tip_std_total) {
+            if (!(sd < 0.02f)) return false;
+        }
+        return t.status == 1;
+    };
+    host.TakeStatuses();
+    TiltStat last{};
+    while (!tip_certain(last) && next < base.size()) {
+        feed_to(next + 1);
+        last = host.TakeStatuses().back();
+    }
     double tip[3];
-    std::memcpy(tip, statuses.back().tip_pos, sizeof tip);
+    std::memcpy(tip, last.tip_pos, sizeof tip);
     host.StartCalib(tip, 1200, true);
-    feed_to(next + 10);
+    while (FltCub.running != 0u && FltCub.count < 10u && next < base.size()) feed_to(next + 1);
     if (FltCub.running == 0u || FltCub.count < 10u) drfuzz::Fail("start: the calibration does not take the tip's point");
     keep(FLT_STATE_MAIN);
     // The same calibration a few updates before its result (its count moved
