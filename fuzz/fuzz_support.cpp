@@ -52,7 +52,10 @@ void OnCalib(uint32_t code, const void *data, uint32_t len) {
         double r[3];
         std::memcpy(r, data, 24);
         for (double a : r) {
-            if (!(std::fabs(a) * kDegPerRad <= 1.08 + 1e-9)) Fail("calibration result beyond 1.08 deg");
+            if (!(std::fabs(a) * kDegPerRad <= 1.08 + 1e-9)) {
+                std::fprintf(stderr, "calibration result %.17g %.17g %.17g rad\n", r[0], r[1], r[2]);
+                Fail("calibration result beyond 1.08 deg");
+            }
         }
     } else if (code == 2) {
         if (len != 0 || data != nullptr) Fail("time-out report with data");

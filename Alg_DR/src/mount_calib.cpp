@@ -75,8 +75,10 @@ bool UpdateWithMisclosure(CubFilter &cub, const double *pole_b, const double *an
     for (int i = 0; i < 3; ++i) {
         dz_m[i] = w_e[i] + ant_pos_e[i] - cub.ref_pos[i];
     }
+    // Written to refuse NaN as well: a NaN misclosure (a solution gone bad)
+    // would otherwise turn the estimate, and the result reported, into NaN.
     for (int i = 0; i < 3; ++i) {
-        if (fabs(dz_m[i]) > kMaxMisclosure_m) {
+        if (!(fabs(dz_m[i]) <= kMaxMisclosure_m)) {
             return false;
         }
     }
@@ -143,7 +145,7 @@ DRLIB_API void CubFltProc(const double *pole_b, const double *ant_pos_e, const f
         RestartEstimate(cub);
     }
     for (int i = 0; i < 3; ++i) {
-        if (static_cast<double>(tip_std[i]) > kMaxTipStd_m) {
+        if (!(static_cast<double>(tip_std[i]) <= kMaxTipStd_m)) {  // NaN included
             cub.count = 0u;
             return;
         }
