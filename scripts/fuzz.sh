@@ -11,8 +11,8 @@
 #   scripts/fuzz.sh --long [target ...] not for CI: each target for
 #       DRLIB_FUZZ_LONG_SECONDS (default 3600); a finding is kept and the
 #       fuzzer goes on with the rest of the time; at the end the inputs that
-#       reach new coverage are merged into fuzz/corpus/<target> (libFuzzer
-#       -merge=1, so the committed corpus grows only by what adds features),
+#       reach new edges are merged into fuzz/corpus/<target> (libFuzzer
+#       -merge=1 -use_counters=0, so the committed corpus stays small),
 #       and each target reports its executions, coverage (cov, ft) and findings.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -73,7 +73,9 @@ if [ "${1:-}" = "--long" ]; then
     done
     elapsed=$(( $(date +%s) - start ))
     cov=$(grep -oP 'cov: [0-9]+ ft: [0-9]+' "$log" | tail -n 1 || true)
-    "$dir/fuzz_$t" -merge=1 fuzz/corpus/"$t" "$work" >"$dir/fuzz_$t.merge.log" 2>&1 ||
+    # Merged on edge coverage alone (no hit counters): the committed corpus
+    # keeps one small input per new edge, not one per new hit count.
+    "$dir/fuzz_$t" -merge=1 -use_counters=0 fuzz/corpus/"$t" "$work" >"$dir/fuzz_$t.merge.log" 2>&1 ||
       echo "--- merge into fuzz/corpus/$t failed: see $dir/fuzz_$t.merge.log"
     after=$(ls fuzz/corpus/"$t" | wc -l)
     size=$(du -sk fuzz/corpus/"$t" | cut -f1)
