@@ -78,8 +78,8 @@ if [ "${1:-}" = "--long" ]; then
     "$dir/fuzz_$t" -merge=1 -use_counters=0 fuzz/corpus/"$t" "$work" >"$dir/fuzz_$t.merge.log" 2>&1 ||
       echo "--- merge into fuzz/corpus/$t failed: see $dir/fuzz_$t.merge.log"
     after=$(ls fuzz/corpus/"$t" | wc -l)
-    size=$(du -sk fuzz/corpus/"$t" | cut -f1)
-    line="$t: $execs executions in $elapsed s ($((execs / (elapsed > 0 ? elapsed : 1)))/s), $cov, findings $findings, corpus $before -> $after files (${size} KB)"
+    size=$(cat fuzz/corpus/"$t"/* | wc -c)
+    line="$t: $execs executions in $elapsed s ($((execs / (elapsed > 0 ? elapsed : 1)))/s), $cov, findings $findings, corpus $before -> $after files ($size bytes)"
     echo "=== $line"
     summary="$summary$line"$'\n'
   done
