@@ -1,25 +1,42 @@
 // Sequences of input records through the public interface, with resets,
 // configuration changes, calibration starts and re-initialisation in
-// between. The fuzzer's bytes are a small program over the base session:
-// feed its records as they are, feed one with a header field or an IMU
-// sample replaced (NaN, infinities, extremes, any nsamples 0..255, any time
-// tag), feed a record made of raw bytes, skip records, shift the time tags
-// (the week rollover), and call the other functions of the interface.
-// Every call is checked by the host; at the end the probe shows that the
-// next run starts as from a fresh DrlibInit.
+// between. Each run starts from a snapshot of the whole library taken while
+// the base session ran: freshly initialised, idle with history, the bank
+// converging (early, and three epochs before its decision), the main filter
+// running, the main filter with a calibration running (just started, or a few
+// updates before its result), and with the configuration's options on. So a
+// handful of records reaches the deep code. The fuzzer's bytes pick the start
+// and then form a small program: feed the session's next records as they are,
+// feed one with a header field or an IMU sample replaced (NaN, infinities,
+// extremes, any nsamples 0..255, any time tag), feed a record made of raw
+// bytes, skip records, shift the time tags (the week rollover), and call the
+// other functions of the interface. Every call is checked by the host; at the
+// end the probe shows that the next run starts as from a fresh DrlibInit.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cmath>
 #include <cstring>
+#include <ctime>
 #include <limits>
+#include <memory>
 
+#include "dr_entry.h"
+#include "dr_fusion_state.h"
+#include "dr_state_snapshot.h"
 #include "fuzz_support.h"
 
 namespace {
 
 using drfuzz::Record;
 
-constexpr size_t kMaxRecordsPerRun = 400;  // bounds the time of one run
+// Bound the time of one run: a bank epoch costs as much as seven of the main
+// filter (eighteen members), so the bank's epochs have a bound of their own.
+constexpr size_t kMaxRecordsPerRun = 24;
+constexpr size_t kMaxBankEpochsPerRun = 4;
+// One run in this many (chosen by a hash of its bytes, so that a finding
+// replays) ends with the probe that feeds records; every run ends with the
+// probe's comparison of what the next record starts from.
+constexpr uint32_t kFeedingProbeEvery = 8;
 constexpr uint32_t kWeekMs = 604800000u;
 
 double PickDouble(FuzzedDataProvider &in, double valid) {
@@ -63,9 +80,14 @@ int32_t PickCount(FuzzedDataProvider &in, int32_t valid) {
 struct Run {
     drfuzz::Host host;
     size_t cursor = 0;        // next base record
+    size_t fed_before = 0;    // records the host had fed when the run started
     uint32_t tow_shift = 0;   // whole seconds, so the IMU stamps stay valid
     uint32_t seq_shift = 0;
 
+    size_t bank_epochs = 0;
+
+    size_t fed() const { return host.fed() - fed_before; }
+    bool may_feed() const { return fed() < kMaxRecordsPerRun && bank_epochs < kMaxBankEpochsPerRun; }
     Record Next() {
         const std::vector<Record> &base = drfuzz::BaseSession();
         const Record &src = base[cursor];
@@ -76,8 +98,95 @@ struct Run {
         h->seq += seq_shift;
         return r;
     }
-    void Feed(const Record &r) { host.Feed(r.get()); }
+    void Feed(const Record &r) {
+        host.Feed(r.get());
+        if (s_FltState == FLT_STATE_CONV) ++bank_epochs;
+    }
 };
+
+// A driver state to start from: the whole library, and the host's view of it.
+struct Start {
+    std::unique_ptr<drlib::LibState> library;
+    drfuzz::Host host;
+    size_t cursor;  // the base record that follows
+};
+
+std::vector<Start> g_starts;
+
+// The options word of the configuration, read when its upper half is 0xD7C0:
+// bit 0 aligned GNSS velocity, bit 1 screening.
+constexpr uint32_t kOptionsOn = 0xD7C00003u;
+
+// Runs the base session and keeps a start in each driver state.
+void MakeStarts() {
+    const std::vector<Record> &base = drfuzz::BaseSession();
+    drfuzz::Host host;
+    size_t next = 0;
+    auto keep = [&](uint8_t driver_state) {
+        if (s_FltState != driver_state) drfuzz::Fail("start: the base session misses a driver state");
+        Start s{std::unique_ptr<drlib::LibState>(new drlib::LibState), host, next};
+        drlib::TakeStateSnapshot(*s.library);
+        g_starts.push_back(std::move(s));
+    };
+    auto feed_to = [&](size_t end) {
+        for (; next < end; ++next) host.Feed(base[next].get());
+    };
+    auto feed_past_promotion = [&](size_t extra) {
+        while (s_FltState != FLT_STATE_MAIN && next + extra < base.size()) feed_to(next + 1);
+        feed_to(next + extra);
+    };
+
+    host.Init(nullptr);
+    feed_past_promotion(0);
+    const size_t promotion = next;  // the record that promoted a bank member
+
+    host.Init(nullptr);
+    next = 0;
+    keep(FLT_STATE_IDLE);
+    feed_to(6);
+    keep(FLT_STATE_IDLE);  // history, no filter yet
+    feed_to(30);
+    keep(FLT_STATE_CONV);
+    feed_to(promotion - 3);
+    keep(FLT_STATE_CONV);  // three epochs before the bank's decision
+    feed_past_promotion(20);
+    keep(FLT_STATE_MAIN);
+    // A calibration on the point where the library puts the tip, once the
+    // tip is certain enough for the calibration to take it.
+    auto tip_certain = [](const TiltStat &t) {
+        for (float sd : t.tip_std_total) {
+            if (!(sd < 0.02f)) return false;
+        }
+        return t.status == 1;
+    };
+    host.TakeStatuses();
+    TiltStat last{};
+    while (!tip_certain(last) && next < base.size()) {
+        feed_to(next + 1);
+        last = host.TakeStatuses().back();
+    }
+    double tip[3];
+    std::memcpy(tip, last.tip_pos, sizeof tip);
+    host.StartCalib(tip, 1200, true);
+    while (FltCub.running != 0u && FltCub.count < 10u && next < base.size()) feed_to(next + 1);
+    if (FltCub.running == 0u || FltCub.count < 10u) drfuzz::Fail("start: the calibration does not take the tip's point");
+    keep(FLT_STATE_MAIN);
+    // The same calibration a few updates before its result (its count moved
+    // on as 1,200 updates on the point would have).
+    FltCub.count = FltCub.target - 6u;
+    FltCub.last_percent = FltCub.count * 100u / FltCub.target;
+    keep(FLT_STATE_MAIN);
+
+    DrCfg options = drlib::drcfg16470;
+    options.options = kOptionsOn;
+    host.Init(&options);
+    next = 0;
+    feed_to(30);
+    keep(FLT_STATE_CONV);
+    feed_past_promotion(20);
+    keep(FLT_STATE_MAIN);
+    host.TakeStatuses();
+}
 
 void MutateHeader(FuzzedDataProvider &in, Record &r) {
     DrInput *h = r.get();
@@ -134,6 +243,7 @@ DrCfg PickCfg(FuzzedDataProvider &in) {
         if (!raw.empty()) std::memcpy(&c, raw.data(), raw.size());
         return c;
     }
+    c.options = in.ConsumeBool() ? DRLIB_OPTIONS_MARKER | in.ConsumeIntegral<uint16_t>() : 0u;
     c.bias_store_mode = 3;
     c.gyro_scale = 1.0058283805847168e-06;
     c.acc_scale = 1.862645149230957e-07;
@@ -150,19 +260,26 @@ DrCfg PickCfg(FuzzedDataProvider &in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    drfuzz::BaseSession();
+    MakeStarts();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider in(data, size);
+    const Start &start = g_starts[in.ConsumeIntegralInRange<size_t>(0, g_starts.size() - 1)];
+    drlib::RestoreStateSnapshot(*start.library);
+    // A calibration's time limit counts from its start: it starts now.
+    FltCub.start_time = static_cast<int32_t>(time(nullptr));
     Run run;
-    run.host.Init(nullptr);
-    while (in.remaining_bytes() > 0 && run.host.fed() < kMaxRecordsPerRun) {
+    run.host = start.host;
+    run.host.TakeStatuses();
+    run.cursor = start.cursor;
+    run.fed_before = run.host.fed();
+    while (in.remaining_bytes() > 0 && run.may_feed()) {
         switch (in.ConsumeIntegralInRange<int>(0, 13)) {
             case 0: case 1: {  // a stretch of valid records
-                const size_t n = in.ConsumeIntegralInRange<size_t>(1, 160);
-                for (size_t i = 0; i < n && run.host.fed() < kMaxRecordsPerRun; ++i) run.Feed(run.Next());
+                const size_t n = in.ConsumeIntegralInRange<size_t>(1, 8);
+                for (size_t i = 0; i < n && run.may_feed(); ++i) run.Feed(run.Next());
                 break;
             }
             case 2: { Record r = run.Next(); MutateHeader(in, r); run.Feed(r); break; }
@@ -216,6 +333,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             }
         }
     }
-    drfuzz::ProbeNothingLeftOver(run.host);
+    uint32_t hash = 2166136261u;  // FNV-1a
+    for (size_t i = 0; i < size; ++i) hash = (hash ^ data[i]) * 16777619u;
+    drfuzz::ProbeNothingLeftOver(run.host, hash % kFeedingProbeEvery == 0u);
     return 0;
 }

@@ -52,24 +52,28 @@ std::vector<uint8_t> LogOf(size_t first, size_t count) {
 
 int main(int argc, char **argv) {
     const std::string root = argc > 1 ? argv[1] : "fuzz/corpus";
-    // Record programs: op 0 feeds n valid records (n - 1 as one byte).
+    // Record programs: the start (0 fresh, 1 idle with history, 2 bank, 3 bank
+    // before its decision, 4 main filter, 5 calibrating, 6 calibration near
+    // its result, 7 options with the bank, 8 options with the main filter),
+    // then the ops; op 0 feeds n valid records ((n - 1) % 8 as one byte).
     const std::string rec = root + "/records";
-    Write(rec, "bank", Seed().Int(0).Int(29).Data());
-    Write(rec, "main", Seed().Int(0).Int(159).Int(0).Int(59).Data());
-    // Main state, a NaN position (op 2, field 5, axis 0, kind 0), then on.
-    Write(rec, "main_nan_pos", Seed().Int(0).Int(159).Int(2).Int(5).Int(0).Int(0).Int(0).Int(99).Data());
-    // Main state, then a record with 255 samples (op 2, field 9), then on.
-    Write(rec, "main_255_samples", Seed().Int(0).Int(159).Int(2).Int(9).Int(0).Int(255).Int(10).Int(0).Int(49).Data());
+    const char *const starts[] = {"fresh", "idle", "bank", "bank_deciding", "main",
+                                  "calibrating", "calibration_end", "options_bank", "options_main"};
+    for (uint8_t k = 0; k < 9; ++k) Write(rec, starts[k], Seed().Int(k).Int(0).Int(7).Int(0).Int(7).Data());
+    // Main filter, a NaN position (op 2, field 5, axis 0, kind 0), then on.
+    Write(rec, "main_nan_pos", Seed().Int(4).Int(2).Int(5).Int(0).Int(0).Int(0).Int(7).Data());
+    // Main filter, then a record with 255 samples (op 2, field 9), then on.
+    Write(rec, "main_255_samples", Seed().Int(4).Int(2).Int(9).Int(0).Int(255).Int(10).Int(0).Int(0).Int(7).Data());
     // Bank, a reset request (op 5), a gap (op 10) and on.
-    Write(rec, "bank_reset_gap", Seed().Int(0).Int(19).Int(5).Int(0).Int(9).Int(10).Int(4).Int(0).Int(99).Data());
+    Write(rec, "bank_reset_gap", Seed().Int(2).Int(0).Int(1).Int(5).Int(0).Int(3).Int(10).Int(4).Int(0).Int(7).Data());
     // Near the end of the week (op 11), on through the rollover.
-    Write(rec, "week_rollover", Seed().Int(11).Int(1).Int(5).Int(0).Int(0).Int(0).Int(0).Int(159).Data());
+    Write(rec, "week_rollover", Seed().Int(4).Int(11).Int(1).Int(5).Int(0).Int(0).Int(0).Int(0).Int(0).Int(7).Data());
     // A calibration on the antenna's point (op 9), then the session.
-    Write(rec, "calibration", Seed().Int(9).Int(0).Int(0).Int(1).Int(0).Int(0).Int(0).Int(0).Int(1).Int(0).Int(159).Int(0).Int(99).Data());
+    Write(rec, "calibration", Seed().Int(4).Int(9).Int(0).Int(0).Int(1).Int(0).Int(0).Int(0).Int(0).Int(1).Int(0).Int(7).Int(0).Int(7).Data());
     // A simulated record as raw bytes (op 4).
     {
         const drfuzz::Record &r = drfuzz::BaseSession()[3];
-        Write(rec, "raw_record", Seed().Int(4).Int(r.get()->nsamples).Bytes(r.get(), r.bytes()).Data());
+        Write(rec, "raw_record", Seed().Int(1).Int(4).Int(r.get()->nsamples).Bytes(r.get(), r.bytes()).Data());
     }
     // Logs for the reader.
     const std::string log = root + "/log_reader";

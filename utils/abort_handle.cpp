@@ -4,10 +4,11 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include "dr_state.h"
 #include "drlib.h"
 
 namespace {
-uint32_t s_bEnAssertWeak = 1;
+constexpr auto &s_bEnAssertWeak = drlib::g_state.assert_weak;  // 1 from load time
 }
 
 extern "C" {

@@ -19,13 +19,6 @@ constexpr DrCfg drcfg16470 = {
     {0.0, 0.0, 0.0},                   // mount_rph, rad
 };
 
-DrCfg drcfg = drcfg16470;
-HwCfg hwcfg = {{0.0, 0.0, -1.892}};    // m: a host lever of (0, 0, 1.892), stored negated
-
-ImuSample ImuDataBuf[IMU_DATA_BUF_LEN];
-uint32_t ImuDataWPos;
-uint32_t ImuDataRPos;
-
 void ResetImuRing() {
     ImuDataWPos = 0u;
     ImuDataRPos = 0u;

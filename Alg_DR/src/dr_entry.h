@@ -4,26 +4,20 @@
 
 #include <stdint.h>
 
+#include "dr_state.h"
 #include "drlib.h"
-
-// 64 samples: a record of at most 12 on top of the samples the resampler keeps
-// back for the next grid points (the last 60 ms or so, and the one before),
-// with a wide margin; a power of two, so that the index is masked.
-constexpr uint32_t IMU_DATA_BUF_LEN = 64;
-constexpr uint32_t IMU_DATA_INDEX_MASK = IMU_DATA_BUF_LEN - 1u;
-static_assert((IMU_DATA_BUF_LEN & IMU_DATA_INDEX_MASK) == 0, "ring length must be a power of two");
 
 namespace drlib {
 
-extern DrCfg drcfg;              // active configuration
-extern HwCfg hwcfg;              // pole lever, stored negated
+static constexpr auto &drcfg = g_state.drcfg;  // active configuration
+static constexpr auto &hwcfg = g_state.hwcfg;  // pole lever, stored negated
 extern const DrCfg drcfg16470;   // built-in configuration when the host gives none
 
 // Sample ring: ImuDataWPos - ImuDataRPos (unsigned) samples are staged; the
 // resampler alone advances the read counter.
-extern ImuSample ImuDataBuf[IMU_DATA_BUF_LEN];
-extern uint32_t ImuDataWPos;
-extern uint32_t ImuDataRPos;
+static constexpr auto &ImuDataBuf = g_state.imu_buf;
+static constexpr auto &ImuDataWPos = g_state.imu_wpos;
+static constexpr auto &ImuDataRPos = g_state.imu_rpos;
 
 // Empties the sample ring (initialisation and every rejected record).
 void ResetImuRing();

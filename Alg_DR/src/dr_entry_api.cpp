@@ -8,14 +8,6 @@
 #include "dr_entry.h"
 #include "dr_global_var.h"
 
-namespace drlib {
-
-uint8_t bLibInited;
-uint8_t bResetNotice;
-DrlibTiltCallback tiltUpdateCB;
-
-}  // namespace drlib
-
 namespace {
 
 using drlib::bLibInited;

@@ -3,12 +3,13 @@
 
 #include <stdint.h>
 
+#include "dr_state.h"
 #include "drlib.h"
 
 namespace drlib {
 
-extern uint8_t bLibInited;              // 1 between DrlibInit and DrlibDestroy
-extern uint8_t bResetNotice;            // reset requested, carried out by the next update
-extern DrlibTiltCallback tiltUpdateCB;  // the host's tilt-status callback, or null
+static constexpr auto &bLibInited = g_state.lib_inited;      // 1 between DrlibInit and DrlibDestroy
+static constexpr auto &bResetNotice = g_state.reset_notice;  // reset requested, carried out by the next update
+static constexpr auto &tiltUpdateCB = g_state.tilt_cb;       // the host's tilt-status callback, or null
 
 }  // namespace drlib

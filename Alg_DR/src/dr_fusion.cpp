@@ -12,16 +12,7 @@
 #include "kf_dims.h"
 #include "matrix_packed.h"
 
-uint8_t s_FltState = FLT_STATE_IDLE;
-uint32_t s_updcnt;
-uint8_t toggleCnts[kBankSize];
-NavState NavGp[kBankSize];
-KfFilter FltGp[kBankSize];
-NavState NavMain;
-KfFilter FltMain;
-ZuptState FltZupt;
-CubFilter FltCub;
-CubCfg s_cub = {{1.0, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0, 0.0, 1.0}};
+static_assert(FLT_STATE_IDLE == 0, "the driver starts idle from the zeroed state record");
 
 namespace {
 

@@ -1,11 +1,12 @@
 // State of the fusion engine shared by its units: the driver (dr_fusion),
 // the bank start and convergence test, the standstill detector, the tilt
-// status and the mounting calibration. Defined in dr_fusion.cpp; nothing here
+// status and the mounting calibration. Parts of drlib::g_state; nothing here
 // is exported from the shared object.
 #pragma once
 
 #include <stdint.h>
 
+#include "dr_state.h"
 #include "drlib.h"
 
 enum : uint8_t {
@@ -14,27 +15,13 @@ enum : uint8_t {
     FLT_STATE_MAIN = 2,  // the promoted main filter runs
 };
 
-constexpr int kBankSize = 18;  // heading hypotheses, 20 degrees apart
-
-// Standstill gyro-bias estimator, one scalar filter per body axis.
-struct ZuptState {
-    double bias_var[3];  // (rad/s)^2
-    double bias[3];      // rad/s, body x, y, z
-    int32_t hold_cnt;    // measurement-variance inflation after an update
-};
-
-// Configured mounting rotation between IMU and pole.
-struct CubCfg {
-    double dcm[9];  // row-major; identity without usable configured angles
-};
-
-extern uint8_t s_FltState;
-extern uint32_t s_updcnt;                 // filter cycles since the bank start
-extern uint8_t toggleCnts[kBankSize];     // per-hypothesis neighbour-agreement counters
-extern NavState NavGp[kBankSize];
-extern KfFilter FltGp[kBankSize];
-extern NavState NavMain;
-extern KfFilter FltMain;
-extern ZuptState FltZupt;
-extern CubFilter FltCub;
-extern CubCfg s_cub;
+static constexpr auto &s_FltState = drlib::g_state.flt_state;
+static constexpr auto &s_updcnt = drlib::g_state.updcnt;         // filter cycles since the bank start
+static constexpr auto &toggleCnts = drlib::g_state.toggle_cnts;  // per-hypothesis neighbour-agreement counters
+static constexpr auto &NavGp = drlib::g_state.nav_gp;
+static constexpr auto &FltGp = drlib::g_state.flt_gp;
+static constexpr auto &NavMain = drlib::g_state.nav_main;
+static constexpr auto &FltMain = drlib::g_state.flt_main;
+static constexpr auto &FltZupt = drlib::g_state.zupt;
+static constexpr auto &FltCub = drlib::g_state.cub_flt;
+static constexpr auto &s_cub = drlib::g_state.cub_cfg;

@@ -1,13 +1,7 @@
-// Library-wide state; zero at load time, set up by initialisation.
+// Bookkeeping of the fusion-input history; its state lives in drlib::g_state.
 #include "dr_global_var.h"
 
 #include <string.h>
-
-FusionIn g_FusionInBuf[FUSION_IN_BUF_LEN];
-uint32_t g_FusionInPos;
-uint32_t g_FusionInNum;
-double g_level_arm_b[3];
-const double *g_BgFromCfg;
 
 namespace drlib {
 

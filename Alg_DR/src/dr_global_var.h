@@ -5,19 +5,14 @@
 
 #include <stdint.h>
 
+#include "dr_state.h"
 #include "drlib.h"
 
-// The history keeps the last 512 epochs (51.2 s at 10 Hz); the counters run
-// freely and are masked, so they may wrap after 2^32 records.
-constexpr uint32_t FUSION_IN_BUF_LEN = 512;
-constexpr uint32_t FUSION_IN_INDEX_MASK = FUSION_IN_BUF_LEN - 1u;
-static_assert((FUSION_IN_BUF_LEN & FUSION_IN_INDEX_MASK) == 0, "history length must be a power of two");
-
-extern FusionIn g_FusionInBuf[FUSION_IN_BUF_LEN];
-extern uint32_t g_FusionInPos;  // entry written by the next cycle: g_FusionInPos & 0x1ff
-extern uint32_t g_FusionInNum;  // consecutive valid entries ending with the newest, at most 512
-extern double g_level_arm_b[3];  // m, body axes: IMU reference point relative to the antenna
-extern const double *g_BgFromCfg;  // drcfg.gyro_bias_code when the stored code is present, else null
+static constexpr auto &g_FusionInBuf = drlib::g_state.fusion_in_buf;
+static constexpr auto &g_FusionInPos = drlib::g_state.fusion_in_pos;  // entry written by the next cycle: g_FusionInPos & 0x1ff
+static constexpr auto &g_FusionInNum = drlib::g_state.fusion_in_num;  // consecutive valid entries ending with the newest, at most 512
+static constexpr auto &g_level_arm_b = drlib::g_state.level_arm_b;  // m, body axes: IMU reference point relative to the antenna
+static constexpr auto &g_BgFromCfg = drlib::g_state.bg_from_cfg;  // drcfg.gyro_bias_code when the stored code is present, else null
 
 // History entry (base + offset) & 0x1ff with unsigned wrap-around: pass
 // base = g_FusionInPos - 1 and offset -k to reach the k-th entry before the newest.

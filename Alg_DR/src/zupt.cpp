@@ -21,8 +21,8 @@ using drlib::kIncrementsPerSecond;
 
 constexpr int kEntries = 30;  // 3 s of history, the newest and the 29 before it
 constexpr int kSamples = kEntries * kEntryIncrements;
-constexpr int kStoreLen = 308;
-constexpr int kChannels = 6;        // specific force x, y, z (m/s^2), rate x, y, z (rad/s)
+constexpr int kStoreLen = drlib::kZuptStoreLen;
+constexpr int kChannels = drlib::kZuptChannels;  // specific force x, y, z (m/s^2), rate x, y, z (rad/s)
 constexpr int kRateChannel = 3;
 
 constexpr double kMaxVelComponent_mps = 0.03;
@@ -82,7 +82,7 @@ void sort_ascending(double *x, int32_t n) {
 }  // namespace
 
 // Samples of the last 3 s per channel; refilled from the start at each use.
-static double checkDat[kChannels][kStoreLen];
+static constexpr auto &checkDat = drlib::g_state.zupt_window;
 
 namespace {
 
