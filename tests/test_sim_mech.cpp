@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "dr_global_var.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "earth.h"
 #include "matrix_test_util.h"
 #include "scenario.h"

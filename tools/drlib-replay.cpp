@@ -12,7 +12,7 @@
 
 #include "common_replay.h"
 #include "common_report.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "log_io.h"
 #include "truth_csv.h"
 

@@ -4,7 +4,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 uint32_t s_bEnAssertWeak = 1;

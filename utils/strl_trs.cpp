@@ -3,7 +3,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 extern "C" {
 

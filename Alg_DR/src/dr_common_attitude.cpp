@@ -3,7 +3,7 @@
 // vectors. qbn maps body to n, so cbn = Rz(heading) Ry(pitch) Rx(roll).
 #include <math.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

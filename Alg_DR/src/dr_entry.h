@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 // 64 samples: five epochs of a 100 Hz IMU, enough to hold one record while the
 // sample before the next epoch's first grid point is kept back.

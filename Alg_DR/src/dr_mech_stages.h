@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace drlib {
 

@@ -6,7 +6,7 @@
 // the position to the antenna position displaced by the lever arm.
 #include "dr_global_var.h"
 #include "dr_trace.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "kf_dims.h"
 
 namespace {

@@ -5,7 +5,7 @@
 // [[S^1/2, 0], [Kbar, L+]], so neither P nor S is ever formed or inverted as
 // a full matrix; only the m x m factor S^1/2 is inverted for the gain.
 #include "dr_assert.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "kf_dims.h"
 
 namespace {
