@@ -56,7 +56,7 @@ $files"
     dpkg-deb --contents "$deb" | awk '$2 != "root/root" {exit 1}' || fail "$deb: files not owned by root"
   done
   files=$(dpkg-deb --contents "$dev" | awk '{print $6}')
-  for f in ./usr/include/drlib.h ./usr/lib/$triple/libdrlib.so ./usr/lib/$triple/libdrlib.a \
+  for f in ./usr/include/drlib.h ./usr/include/drlib_toolkit.h ./usr/lib/$triple/libdrlib.so ./usr/lib/$triple/libdrlib.a \
            ./usr/lib/$triple/cmake/drlib/drlibConfig.cmake ./usr/lib/$triple/cmake/drlib/drlibConfigVersion.cmake \
            ./usr/lib/$triple/pkgconfig/drlib.pc ./usr/share/doc/drlib/examples/tilt_host.c; do
     grep -qx "$f" <<<"$files" || fail "dev package lacks $f"
