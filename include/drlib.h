@@ -365,9 +365,14 @@ DRLIB_API int32_t DrlibSetHwCfg(const double *v);
  * cos r sin p sin y - sin r cos y, cos r cos p), so tilt =
  * acos(-cos(roll) cos(pitch)); a plumb pole has a roll near pi.
  *
- * Resources. All state is static: @STATIC@. The deepest stack use of a
- * DrlibUpdateFusion call, callback excluded, is @STACK@. Nothing is allocated and no
- * thread is created.
+ * Resources. All state is static, about 350 KiB, nearly all of it zero at
+ * load (.bss: 358,104 bytes on armhf, 358,272 on x86-64; 319,488 of them the
+ * 512-epoch input history). Nothing is allocated and no thread is created.
+ * The deepest stack a DrlibUpdateFusion call reached below its caller's
+ * frame, in simulated survey, calibration and static sessions, was 6,263
+ * bytes on armhf and 7,575 on x86-64 (stack painting, a callback that
+ * copies the record included); the largest single frame is 4,992 bytes on
+ * armhf. Give the calling thread 8 KiB for the library plus its own needs.
  *
  * Assertions. Internal invariants are checked by assertions that no host
  * input can reach (the library is fuzzed for that). If one fails anyway, the

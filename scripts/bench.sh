@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 scripts/deps.sh libbenchmark-dev valgrind
 dir=build-bench
 cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDRLIB_BUILD_BENCH=ON -DDRLIB_BUILD_TESTS=OFF >/dev/null
-cmake --build "$dir" -j "$(nproc)" --target drlib_bench -- --no-print-directory >"$dir.buildlog" 2>&1 || {
+cmake --build "$dir" -j "$(nproc)" --target drlib_bench drlib_stack_depth drlib-sim -- --no-print-directory >"$dir.buildlog" 2>&1 || {
   tail -n 60 "$dir.buildlog"; echo "=== bench: build failed"; exit 1; }
 
 echo "=== wall-clock time (this machine)"
@@ -36,4 +36,10 @@ for entry in "${limits[@]}"; do
   fi
   printf '%-5s %4d epochs: mean %8d, max %8d instructions %s\n' "$phase" "$n" "$mean" "$max" "$verdict"
 done
+
+echo "=== deepest stack use of DrlibUpdateFusion (stack painting)"
+for scenario in survey calibration; do
+  "$dir/drlib-sim" --scenario "$scenario" --quiet --out "$dir/stack-$scenario.log" --truth "$dir/stack-$scenario.csv"
+done
+"$dir/bench/drlib_stack_depth" "$dir/stack-survey.log" "$dir/stack-calibration.log"
 exit $status
