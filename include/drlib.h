@@ -361,9 +361,9 @@ DRLIB_API int32_t DrlibSetHwCfg(const double *v);
  *   tilt            = atan2(hypot(u[0], u[1]), -u[2])   (0 for a plumb pole)
  *   tilt direction  = atan2(u[1], u[0])  (azimuth from north, east positive,
  *                     towards which the antenna leans from the tip).
- * For v along body z (0, 0, h): u = (cos r sin p cos y + sin r sin y,
- * cos r sin p sin y - sin r cos y, cos r cos p), so tilt =
- * acos(-cos(roll) cos(pitch)); a plumb pole has a roll near pi.
+ * For v along body z, (0, 0, h), with r, p, y = roll, pitch, heading:
+ * u = (cos r sin p cos y + sin r sin y, cos r sin p sin y - sin r cos y,
+ * cos r cos p), so tilt = acos(-cos r cos p); a plumb pole has r near pi.
  *
  * Resources. All state is static, about 350 KiB, nearly all of it zero at
  * load (.bss: 358,104 bytes on armhf, 358,272 on x86-64; 319,488 of them the
@@ -372,13 +372,14 @@ DRLIB_API int32_t DrlibSetHwCfg(const double *v);
  * frame, in simulated survey, calibration and static sessions, was 6,263
  * bytes on armhf and 7,575 on x86-64 (stack painting, a callback that
  * copies the record included); the largest single frame is 4,992 bytes on
- * armhf. Give the calling thread 8 KiB for the library plus its own needs.
+ * armhf. Reserve 16 KiB of the calling thread's stack for the library,
+ * about twice the deepest use measured.
  *
  * Assertions. Internal invariants are checked by assertions that no host
  * input can reach (the library is fuzzed for that). If one fails anyway, the
- * library prints a short message to standard output and halts the calling thread
- * for good (it never returns into the host, never ends the process); a
- * watchdog of the host's own is the way to recover from that.
+ * library prints a short message to standard output and halts the calling
+ * thread for good (it never returns into the host and never ends the
+ * process); a watchdog of the host's own is the way to recover from that.
  */
 
 #ifdef __cplusplus
