@@ -38,8 +38,8 @@ for entry in "${limits[@]}"; do
 done
 
 echo "=== deepest stack use of DrlibUpdateFusion (stack painting)"
-for scenario in survey calibration; do
+for scenario in survey calibration static; do
   "$dir/drlib-sim" --scenario "$scenario" --quiet --out "$dir/stack-$scenario.log" --truth "$dir/stack-$scenario.csv"
 done
-"$dir/bench/drlib_stack_depth" "$dir/stack-survey.log" "$dir/stack-calibration.log"
+"$dir/bench/drlib_stack_depth" "$dir"/stack-{survey,calibration,static}.log
 exit $status
