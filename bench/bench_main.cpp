@@ -4,6 +4,7 @@
 //   drlib_bench [Google Benchmark options]   wall-clock time per epoch and kernel
 //   drlib_bench --count idle|bank|main       under callgrind: one dump per epoch
 //   drlib_bench --check                      the per-epoch time against its budget
+//   drlib_bench --all-options ...            any of these with every library option on
 //
 // The epoch benchmarks replay the first run of records that a simulated
 // survey session processes in that state (idle: the first second; bank: the
@@ -90,6 +91,12 @@ int CheckTime() {
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (argc >= 2 && std::strcmp(argv[1], "--all-options") == 0) {
+        Session::UseOptions(DRLIB_OPTIONS_MARKER | DRLIB_OPT_ALIGNED_VELOCITY | DRLIB_OPT_SCREEN_SOLUTIONS);
+        argv[1] = argv[0];  // drop the flag
+        --argc;
+        ++argv;
+    }
     if (argc == 3 && std::strcmp(argv[1], "--count") == 0) return CountInstructions(ParsePhase(argv[2]));
     if (argc == 2 && std::strcmp(argv[1], "--check") == 0) return CheckTime();
     Session::Get();

@@ -26,6 +26,12 @@ struct Session::Saved {
     ZuptState zupt;
 };
 
+namespace {
+uint32_t g_options_word = 0u;
+}  // namespace
+
+void Session::UseOptions(uint32_t word) { g_options_word = word; }
+
 Session::Session() {
     drsim::SimOptions opt;  // survey, seed 1, industrial IMU: still 20 s, then tilting
     const drsim::SimResult sim = drsim::simulate(opt);
@@ -37,7 +43,9 @@ Session::Session() {
         records_.push_back(std::move(w));
     }
     const double pole[3] = {0.0, 0.0, 1.892};
-    DrlibInit(nullptr);
+    DrCfg cfg = drlib::drcfg16470;
+    cfg.options = g_options_word;
+    DrlibInit(g_options_word != 0u ? &cfg : nullptr);
     DrlibSetHwCfg(pole);
     saved_.assign(3, nullptr);
     for (size_t i = 0; i < records_.size(); ++i) {

@@ -19,6 +19,9 @@ class Session {
 public:
     // Simulates the survey session (seed 1, MEMS IMU) once.
     static const Session &Get();
+    // The library's options word for the session (DrCfg.options, default 0);
+    // takes effect only before the first Get().
+    static void UseOptions(uint32_t word);
 
     // The records processed with the driver in `phase` before and after the
     // call: all of them one run of consecutive records.

@@ -2,10 +2,10 @@
 #   runtime  the shared object and its SONAME link
 #   dev      header, link-time name, static archive, CMake package, pkg-config file,
 #            the example with its build files
-#   tools    drlib-sim, drlib-replay, drlib-ext2log
+#   tools    drlib-sim, drlib-replay, drlib-csv2log, the plot script, the format documents
 #   python   the ctypes module
-# `cmake --install <build> [--prefix DIR]` installs them all; the Debian packages
-# take runtime, dev and python.
+# `cmake --install <build> [--prefix DIR]` installs them all; each component is
+# one Debian package (packaging.cmake).
 
 # The Debian multiarch triple of the target (x86_64-linux-gnu, arm-linux-gnueabihf):
 # a cross compiler's libraries live outside the multiarch tree, so CMake may not
@@ -76,6 +76,10 @@ if(DRLIB_BUILD_TOOLS)
     get_filename_component(name ${src} NAME_WE)
     install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   endforeach()
+  install(PROGRAMS ${PROJECT_SOURCE_DIR}/tools/drlib_plot.py DESTINATION ${CMAKE_INSTALL_BINDIR}
+          RENAME drlib-plot COMPONENT tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/log-format.md ${PROJECT_SOURCE_DIR}/docs/csv-input.md
+          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/drlib-tools COMPONENT tools)
 endif()
 
 install(FILES ${PROJECT_SOURCE_DIR}/python/drlib.py

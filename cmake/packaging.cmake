@@ -2,6 +2,8 @@
 #   libdrlib4      runtime: the shared object; depends on libc6 only
 #   libdrlib-dev   header, static archive, CMake package, pkg-config file, example
 #   python3-drlib  the ctypes module (architecture all)
+#   drlib-tools    simulator, replay, CSV converter, plot script and the format documents
+# Each carries the MIT licence as /usr/share/doc/<package>/copyright.
 # The architecture is the target's, not the build machine's: a cross build
 # directory yields armhf packages.
 
@@ -31,14 +33,18 @@ set(DRLIB_DEB_RELEASE 1)
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME drlib)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_VENDOR "drlib developers")
-if(NOT CPACK_PACKAGE_CONTACT)
-  set(CPACK_PACKAGE_CONTACT "drlib developers <drlib@localhost>")
-endif()
+set(CPACK_PACKAGE_VENDOR "the drlib authors")
+set(DRLIB_MAINTAINER "drlib authors <drlib-authors@users.noreply.github.com>" CACHE STRING
+    "Maintainer field of the Debian packages")
+set(CPACK_PACKAGE_CONTACT "${DRLIB_MAINTAINER}")
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${DRLIB_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime dev python)
+if(DRLIB_BUILD_TOOLS)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${DRLIB_DEB_RELEASE})
@@ -73,6 +79,31 @@ set(CPACK_COMPONENT_PYTHON_DESCRIPTION
     "GNSS/IMU tilt compensation for survey poles - Python module
 The drlib module (ctypes, standard library only): replay an input log
 through libdrlib and iterate over the tilt statuses.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME drlib-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
+# Statically linked with the library; C++ runtime from the system.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libc6, libgcc-s1, libstdc++6")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "python3, python3-matplotlib")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+    "GNSS/IMU tilt compensation for survey poles - tools
+drlib-sim simulates survey-pole sessions, drlib-replay replays input logs
+through the library (accuracy report, tilt-status CSV, NMEA GGA/GST),
+drlib-csv2log converts GNSS and IMU CSV files into input logs, drlib-plot
+draws a replay; with the log, truth and CSV format documents.")
+
+# The licence, as Debian's machine-readable copyright file, in every package.
+configure_file(${PROJECT_SOURCE_DIR}/packaging/copyright.in ${PROJECT_BINARY_DIR}/copyright @ONLY)
+foreach(pair runtime=${DRLIB_DEB_RUNTIME} dev=libdrlib-dev python=python3-drlib tools=drlib-tools)
+  string(REPLACE "=" ";" pair "${pair}")
+  list(GET pair 0 _component)
+  list(GET pair 1 _package)
+  if(_component STREQUAL tools AND NOT DRLIB_BUILD_TOOLS)
+    continue()
+  endif()
+  install(FILES ${PROJECT_BINARY_DIR}/copyright DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${_package}
+          COMPONENT ${_component})
+endforeach()
 
 # The runtime package's libc6 version is the newest GLIBC_ symbol version the
 # shared object references, read when the packages are made.

@@ -89,7 +89,7 @@ typedef struct ImuSample {
 
 /* DrCfg: the configuration record (88 bytes). */
 typedef struct DrCfg {
-    uint32_t reserved0;        /* never read */
+    uint32_t options;          /* options word, read only with DRLIB_OPTIONS_MARKER (below) */
     uint32_t bias_store_mode;  /* 3: DrlibDestroy writes the learned gyro bias into gyro_bias_code */
     double reserved1;          /* never read */
     double reserved2;          /* never read */
@@ -98,6 +98,45 @@ typedef struct DrCfg {
     double gyro_bias_code[3];  /* gyro bias, rad/s, body x, y, z, offset-encoded as 1+bx, 2+by, 3+bz */
     double mount_rph[3];       /* mounting roll, pitch, heading, rad; used only if each |angle| < 1.2 deg */
 } DrCfg;
+
+/*
+ * DrCfg.options: accuracy options beyond the classic behaviour, recommended
+ * for new hosts as DRLIB_OPTIONS_MARKER | DRLIB_OPT_ALIGNED_VELOCITY |
+ * DRLIB_OPT_SCREEN_SOLUTIONS. The word is read only when its upper 16 bits
+ * equal the marker; any other value (0, the built-in configuration, stack
+ * garbage from a host that never set it) is ignored and the library behaves
+ * bit for bit as without options. With the marker, the low bits select:
+ *
+ *   DRLIB_OPT_ALIGNED_VELOCITY  the filters hold their state against the GNSS
+ *     velocity at the instant their navigation solution refers to (60 ms
+ *     before the record's time tag): 0.4 x this record's velocity + 0.6 x the
+ *     previous record's, wherever the GNSS velocity enters (the heading bank's
+ *     start and every bank and main filter update). Without it the velocity of
+ *     the record's own time tag is used, and the acceleration x 60 ms between
+ *     the two instants turns the heading. In simulated surveys with an
+ *     industrial IMU the option lowers the heading RMS from 1.4-2.2 deg to
+ *     0.3-0.5 deg and the tip's horizontal RMS from 18-28 mm to 10-11 mm. The reported
+ *     tip deviations (and so the status classes) keep their formula, which
+ *     makes them conservative with this option: 76-91 % of the tip error
+ *     components lie within 1 sigma (68 % for an exact deviation) and all
+ *     within 3 sigma.
+ *   DRLIB_OPT_SCREEN_SOLUTIONS  a record whose position or velocity is not
+ *     finite, whose position lies more than 1 km below or 10 km above the
+ *     ellipsoid, whose speed exceeds 100 m/s, or whose position differs from
+ *     the previous accepted record's by more than 1 m beyond what the mean of
+ *     the two velocities explains over the interval, is refused like an
+ *     invalid record (DrlibUpdateFusion returns 1, the run restarts, no
+ *     callback). Without it such solutions are used as they stand (section 2).
+ *
+ * Other bits are reserved and ignored. DrlibInit and DrlibUpdateCfg take the
+ * word with the rest of the record; a change takes effect with the next
+ * DrlibUpdateFusion, without a restart: the running filters keep their
+ * state, and only the velocity they are updated with and the screening of
+ * the records change from then on.
+ */
+#define DRLIB_OPTIONS_MARKER 0xD7C00000u
+#define DRLIB_OPT_ALIGNED_VELOCITY 0x1u
+#define DRLIB_OPT_SCREEN_SOLUTIONS 0x2u
 
 /* HwCfg: the pole lever record (24 bytes). */
 typedef struct HwCfg {
@@ -147,7 +186,7 @@ DRLIB_STATIC_ASSERT(offsetof(ImuSample, gyro) == 8, ImuSample_gyro);
 DRLIB_STATIC_ASSERT(offsetof(ImuSample, acc) == 20, ImuSample_acc);
 
 DRLIB_STATIC_ASSERT(sizeof(DrCfg) == 88, DrCfg_size);
-DRLIB_STATIC_ASSERT(offsetof(DrCfg, reserved0) == 0, DrCfg_reserved0);
+DRLIB_STATIC_ASSERT(offsetof(DrCfg, options) == 0, DrCfg_options);
 DRLIB_STATIC_ASSERT(offsetof(DrCfg, bias_store_mode) == 4, DrCfg_bias_store_mode);
 DRLIB_STATIC_ASSERT(offsetof(DrCfg, reserved1) == 8, DrCfg_reserved1);
 DRLIB_STATIC_ASSERT(offsetof(DrCfg, reserved2) == 16, DrCfg_reserved2);
@@ -196,8 +235,8 @@ DRLIB_STATIC_ASSERT(offsetof(TiltStat, vel_std) == 104, TiltStat_vel_std);
  * or the next epoch; in a simulated survey one position 1e9 m off left the
  * tip metres wrong at class 1 for a minute, while one 5 m/s velocity glitch
  * moved it by about a centimetre. Pass only solutions the receiver reports
- * as fixes, and screen them for plausibility in the host if the receiver can
- * emit outliers.
+ * as fixes, and, if the receiver can emit outliers, screen them in the host
+ * or let the library do it (DRLIB_OPT_SCREEN_SOLUTIONS, section 1).
  */
 
 /*
@@ -265,8 +304,8 @@ DRLIB_API uint32_t DrlibReset(void);
  * Returns 1 without a callback when the library is not initialised or rec
  * is null (nothing is done then), or when the record is invalid, its IMU
  * samples are badly spaced, it does not continue the previous record (sequence
- * number + 1, 99..101 ms later) or its samples do not cover the epoch: the
- * history and the IMU ring are then discarded and the engine reset, and the
+ * number + 1, 99..101 ms later), its samples do not cover the epoch, or,
+ * with DRLIB_OPT_SCREEN_SOLUTIONS, its solution is implausible: the history and the IMU ring are then discarded and the engine reset, and the
  * next record starts a new run. */
 DRLIB_API uint32_t DrlibUpdateFusion(const DrInput *rec);
 
@@ -303,10 +342,12 @@ DRLIB_API uint32_t DrlibUpdateLogBin(uint32_t a, uint32_t b);
  * history or the filters. Returns 0. */
 DRLIB_API int32_t DrlibUpdateCfg(const DrCfg *cfg);
 
-/* Sets the pole: v is the position of the GNSS antenna relative to the pole
- * tip, IMU body axes, m (3 doubles): (0, 0, h) for an antenna h metres up the
- * pole from the tip with the IMU's z axis along the pole towards the antenna.
- * The library stores -v (the tip seen from the antenna) in HwCfg.lever. Null
+/* Sets the pole vector v: the position of the GNSS antenna relative to the
+ * pole tip, IMU body axes, m (3 doubles). (0, 0, h) is an antenna h metres up
+ * the pole from the tip with the IMU's z axis pointing up the pole; an IMU
+ * whose z axis points down the pole has v = (x, y, -h). The pole's tilt is
+ * the angle of v from the vertical. The library stores -v (the tip seen from
+ * the antenna) in HwCfg.lever. Null
  * leaves it unchanged. Kept across DrlibInit; default v = (0, 0, 1.892).
  * Returns 0. */
 DRLIB_API int32_t DrlibSetHwCfg(const double *v);
@@ -338,9 +379,9 @@ DRLIB_API int32_t DrlibSetHwCfg(const double *v);
  * Solution types. pos_type must be one of 0x10, 0x11, 0x12, 0x20, 0x21,
  * 0x22, 0x30, 0x31, 0x32; vel_type one of 8, 9, 0x10, 0x11, 0x12 or equal to
  * pos_type. They are the receiver's own codes: the library refuses a record
- * with another code, and otherwise gives them no meaning (no weighting, no
- * screening) and copies them into TiltStat. Pass only the solutions whose
- * pos_std and vel_std are honest.
+ * with another code, and otherwise gives them no meaning (it neither weights
+ * nor screens a solution by its type) and copies them into TiltStat. Pass
+ * only the solutions whose pos_std and vel_std are honest.
  *
  * Scale factors. The defaults (DrlibInit(NULL)) are gyro_scale
  * 1.0058283805847168e-06 deg per count (540 * 2^-29) and acc_scale

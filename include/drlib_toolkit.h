@@ -247,7 +247,8 @@ DRLIB_API double get_kf_state_variance(const double *L, int32_t i);
 DRLIB_API void KFUpdateGnssSol(KfFilter *flt, NavState *nav, const double *pos, const double *vel,
                                const double *w_ib, const float *vel_std);
 /* INS position minus the lever-arm-corrected antenna position pos (ECEF, m),
- * north, east, down, m. */
+ * north, east, down, m. The longitude difference is wrapped into (-pi, pi],
+ * so that positions on either side of the 180 degree meridian are close. */
 DRLIB_API void DifImuPosWithGnss(double *dpos, const NavState *nav, const double *pos);
 /* Velocity innovation, north, east, down, m/s: INS velocity minus the antenna
  * velocity vel (ECEF, m/s) carried to the IMU with the body rate w_ib (rad/s). */

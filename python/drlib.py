@@ -28,11 +28,21 @@ __all__ = [
     "LayoutError", "LogError", "SessionError",
     "load", "read_log", "replay", "epochs", "version",
     "SONAME", "DEFAULT_POLE_M",
+    "OPTIONS_MARKER", "OPT_ALIGNED_VELOCITY", "OPT_SCREEN_SOLUTIONS", "default_cfg",
 ]
 
 SONAME = "libdrlib.so.4"
-DEFAULT_POLE_M = (0.0, 0.0, 1.892)  # antenna relative to the tip, body axes, m
+# The pole vector: the position of the GNSS antenna relative to the pole tip,
+# IMU body axes, m (what DrlibSetHwCfg takes); a number L stands for (0, 0, L),
+# an IMU whose z axis points up the pole. Tilt is this vector's angle from the
+# vertical.
+DEFAULT_POLE_M = (0.0, 0.0, 1.892)
 _DEG = math.pi / 180.0              # the same constant drlib-replay divides by
+
+# DrCfg.options (drlib.h): read only with the marker in the upper 16 bits.
+OPTIONS_MARKER = 0xD7C00000
+OPT_ALIGNED_VELOCITY = 0x1          # GNSS velocity at the navigation solution's instant
+OPT_SCREEN_SOLUTIONS = 0x2          # refuse implausible positions and velocities
 
 
 class LayoutError(RuntimeError):
@@ -84,7 +94,7 @@ class ImuSample(ctypes.Structure):
 class DrCfg(ctypes.Structure):
     """Configuration record (None selects the library's defaults)."""
     _fields_ = [
-        ("reserved0", ctypes.c_uint32),
+        ("options", ctypes.c_uint32),            # DRLIB_OPTIONS_MARKER | OPT_* bits
         ("bias_store_mode", ctypes.c_uint32),
         ("reserved1", ctypes.c_double),
         ("reserved2", ctypes.c_double),
@@ -93,6 +103,14 @@ class DrCfg(ctypes.Structure):
         ("gyro_bias_code", ctypes.c_double * 3),  # 1+bx, 2+by, 3+bz, rad/s
         ("mount_rph", ctypes.c_double * 3),     # rad
     ]
+
+
+def default_cfg(options=0):
+    """The library's built-in configuration record; with option bits
+    (OPT_ALIGNED_VELOCITY | OPT_SCREEN_SOLUTIONS) the options word carries them
+    and the marker."""
+    return DrCfg(OPTIONS_MARKER | options if options else 0, 4, 1.52587890625e-06,
+                 1.9073486328125e-05, 1.0058283805847168e-06, 1.862645149230957e-07)
 
 
 class HwCfg(ctypes.Structure):
@@ -122,18 +140,45 @@ class TiltStat(ctypes.Structure):
         """Roll, pitch, heading in degrees."""
         return tuple(a / _DEG for a in self.att)
 
+    # The pole vector the status was computed with (Session sets it).
+    pole = DEFAULT_POLE_M
+
+    def pole_tilt(self, pole=None):
+        """(tilt, direction) of the pole vector, rad: its angle from the vertical,
+        and the azimuth the antenna leans towards from the tip, [0, 2 pi).
+        (0, 0) without a solution."""
+        if not self.status:
+            return 0.0, 0.0
+        v = _vec3(self.pole if pole is None else pole)
+        length = math.sqrt(sum(x * x for x in v))
+        if not length > 0.0:
+            return 0.0, 0.0
+        u = [x / length for x in v]
+        sr, cr = math.sin(self.att[0]), math.cos(self.att[0])
+        sp, cp = math.sin(self.att[1]), math.cos(self.att[1])
+        sh, ch = math.sin(self.att[2]), math.cos(self.att[2])
+        # Rows of c_bn = Rz(heading) Ry(pitch) Rx(roll), body to north-east-down.
+        north = cp * ch * u[0] + (sr * sp * ch - cr * sh) * u[1] + (cr * sp * ch + sr * sh) * u[2]
+        east = cp * sh * u[0] + (sr * sp * sh + cr * ch) * u[1] + (cr * sp * sh - sr * ch) * u[2]
+        down = -sp * u[0] + sr * cp * u[1] + cr * cp * u[2]
+        direction = math.atan2(east, north)
+        if direction < 0.0:
+            direction += 2.0 * math.pi
+        return math.acos(max(-1.0, min(1.0, -down))), direction
+
     @property
     def tilt(self):
-        """Angle of the pole (body z) from the vertical, rad; 0 without a solution."""
-        if not self.status:
-            return 0.0
-        # A pole pointing up has roll near pi: the down component of body z is cos(roll) cos(pitch).
-        c = -math.cos(self.att[0]) * math.cos(self.att[1])
-        return math.acos(max(-1.0, min(1.0, c)))
+        """Angle of the pole vector from the vertical, rad; 0 without a solution."""
+        return self.pole_tilt()[0]
 
     @property
     def tilt_deg(self):
         return self.tilt / _DEG
+
+    @property
+    def tilt_dir_deg(self):
+        """Azimuth the antenna leans towards from the tip, degrees."""
+        return self.pole_tilt()[1] / _DEG
 
     def as_dict(self):
         return {name: (list(v) if isinstance(v, ctypes.Array) else v)
@@ -149,7 +194,7 @@ _LAYOUT = {
     DrInput: (88, {"version": 0, "reserved": 1, "nsamples": 5, "pos_type": 6, "vel_type": 7,
                    "seq": 8, "tow_ms": 12, "pos": 16, "vel": 40, "pos_std": 64, "vel_std": 76}),
     ImuSample: (32, {"reserved": 0, "time_us": 4, "gyro": 8, "acc": 20}),
-    DrCfg: (88, {"reserved0": 0, "bias_store_mode": 4, "reserved1": 8, "reserved2": 16,
+    DrCfg: (88, {"options": 0, "bias_store_mode": 4, "reserved1": 8, "reserved2": 16,
                  "gyro_scale": 24, "acc_scale": 32, "gyro_bias_code": 40, "mount_rph": 64}),
     HwCfg: (24, {"lever": 0}),
     TiltStat: (116, {"version": 0, "status": 1, "pos_type": 2, "vel_type": 3, "tow_ms": 4,
@@ -348,13 +393,17 @@ def _vec3(v):
 class Session:
     """One run of the library, DrlibInit to DrlibDestroy.
 
-    pole: the antenna relative to the pole tip, body axes, m (or the pole
-    length); cfg: a DrCfg (None: the library's defaults)."""
+    pole: the pole vector (see DEFAULT_POLE_M), or the pole length; cfg: a
+    DrCfg (None: the library's defaults); options: option bits, written with
+    the marker into cfg.options (of default_cfg() when cfg is None)."""
 
     _open = None
 
-    def __init__(self, pole=DEFAULT_POLE_M, cfg=None, lib=None):
+    def __init__(self, pole=DEFAULT_POLE_M, cfg=None, lib=None, options=0):
         self.lib = lib or load()
+        if options:
+            cfg = cfg if cfg is not None else default_cfg()
+            cfg.options = OPTIONS_MARKER | options
         self.cfg = cfg
         self._pole = _vec3(pole)
         self._stats = []
@@ -393,7 +442,9 @@ class Session:
         Session._open = None
 
     def _on_tilt(self, p):
-        self._stats.append(TiltStat.from_buffer_copy(ctypes.string_at(p, ctypes.sizeof(TiltStat))))
+        stat = TiltStat.from_buffer_copy(ctypes.string_at(p, ctypes.sizeof(TiltStat)))
+        stat.pole = tuple(self._pole)
+        self._stats.append(stat)
 
     def _on_calib(self, code, data, length):
         percent, result = None, None
@@ -437,15 +488,16 @@ class Session:
         self.lib.dll.DrlibCalibStart(None, 0, CALIB_CALLBACK())
 
 
-def epochs(log, pole=DEFAULT_POLE_M, cfg=None, lib=None):
+def epochs(log, pole=DEFAULT_POLE_M, cfg=None, lib=None, options=0):
     """Yields an Epoch for every record of the log (a path or bytes), accepted or not."""
-    with Session(pole, cfg, lib) as session:
+    with Session(pole, cfg, lib, options) as session:
         for offset, record in read_log(log):
             yield session.update(record, offset)
 
 
-def replay(log, pole=DEFAULT_POLE_M, cfg=None, lib=None):
-    """Yields the TiltStat of every accepted record of the log, in order."""
-    for epoch in epochs(log, pole, cfg, lib):
+def replay(log, pole=DEFAULT_POLE_M, cfg=None, lib=None, options=0):
+    """Yields the TiltStat of every accepted record of the log, in order;
+    options: e.g. OPT_ALIGNED_VELOCITY | OPT_SCREEN_SOLUTIONS."""
+    for epoch in epochs(log, pole, cfg, lib, options):
         if epoch.status is not None:
             yield epoch.status

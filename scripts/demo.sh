@@ -2,7 +2,8 @@
 # The demo: a simulated survey session through the library, with its report.
 # Builds the library and the tools, simulates the built-in `survey` scenario
 # (seed from $1, default 1), replays it through libdrlib, prints the accuracy
-# report and writes the plots. Everything lands in out/demo/.
+# report, then the library's defaults and its options side by side, and
+# writes the plots. Everything lands in out/demo/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh python3-matplotlib
@@ -15,7 +16,13 @@ build-demo/drlib-sim --scenario survey --seed "$seed" --out "$out/survey.log" --
 echo "=== survey scenario, seed $seed: accuracy of the tilt solution against the simulator's truth"
 build-demo/drlib-replay "$out/survey.log" --truth "$out/survey-truth.csv" \
   --csv "$out/survey-tilt.csv" --json "$out/survey-report.json"
+echo "=== the same session with the library's defaults and with the options aligned (GNSS velocity"
+echo "    at the solution instant) and screen (implausible solutions refused), side by side"
+build-demo/drlib-replay "$out/survey.log" --truth "$out/survey-truth.csv" --compare --options aligned,screen \
+  --csv "$out/survey-tilt-options.csv" --json "$out/survey-report-options.json" -q
 echo "=== files"
 echo "$out/survey.log (input log), $out/survey-truth.csv (truth), $out/survey-tilt.csv (tilt statuses),"
-echo "$out/survey-report.json (report)"
-/usr/bin/python3 tools/drlib_plot.py "$out/survey-tilt.csv" "$out/survey-truth.csv" "$out/survey" | sed 's/^/plot: /'
+echo "$out/survey-report.json (report); with the options: $out/survey-tilt-options.csv, $out/survey-report-options.json"
+/usr/bin/python3 tools/drlib_plot.py "$out/survey-tilt.csv" "$out/survey-truth.csv" "$out/survey" \
+  --compare "$out/survey-tilt-options.csv" --labels "defaults,aligned+screen" \
+  --title "survey, seed $seed, industrial IMU: library defaults against the options" | sed 's/^/plot: /'

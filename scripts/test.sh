@@ -43,7 +43,7 @@ package_arch() {  # arch, build dir, cmake options...
 package_stage() {
   package_arch amd64 build-pkg-amd64 -DDRLIB_BUILD_EXAMPLES=OFF
   package_arch armhf build-pkg-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake \
-    -DDRLIB_BUILD_TOOLS=OFF -DDRLIB_BUILD_EXAMPLES=OFF
+    -DDRLIB_BUILD_EXAMPLES=OFF
   echo "=== package: inspect, and try the amd64 packages in a scratch root"
   build-pkg-amd64/drlib-sim --scenario survey --duration-scale 0.5 --quiet \
     --out build-pkg-amd64/survey.log --truth build-pkg-amd64/survey-truth.csv

@@ -117,6 +117,11 @@ LogCheck check_log(const uint8_t *data, size_t size, bool strict) {
     return c;
 }
 
+std::string log_fault_text(const LogCheck &c) {
+    return format("byte %llu: ", c.byte_offset) + c.reason +
+           format(" (record %llu, from byte %llu)", c.records, c.record_offset);  // records: 0-based index
+}
+
 std::vector<LogRecord> read_log(const uint8_t *data, size_t size, LogCheck *check) {
     const LogCheck c = check_log(data, size, false);
     if (check) *check = c;

@@ -44,6 +44,10 @@ LogCheck check_log(const uint8_t *data, size_t size, bool strict);
 // receives the outcome of the structural walk.
 std::vector<LogRecord> read_log(const uint8_t *data, size_t size, LogCheck *check = nullptr);
 
+// The one way the tools name a fault: "byte B: REASON (record K, from byte R)",
+// B the first byte found wrong (the end of the data when truncated).
+std::string log_fault_text(const LogCheck &check);
+
 bool read_file(const std::string &path, std::vector<uint8_t> &bytes);
 bool write_file(const std::string &path, const std::vector<uint8_t> &bytes);
 

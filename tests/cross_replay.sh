@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Replays the same simulated sessions on the build host and on the target and
 # requires byte-identical output: the tilt-status stream (every double as %.17g)
-# and the calibration notifications.
+# and the calibration notifications, with the library's defaults and with
+# every option of the options word on.
 #
 # x86-64 glibc picks FMA variants of sin, cos, sincos, asin, acos, atan and atan2
 # at run time; they differ from the generic code in the last bit of about one
@@ -45,9 +46,11 @@ column() {  # CSV file, column name: the value in the first data row
                         NR == 2 { print $c; exit }' "$1"
 }
 
-for scenario in survey calibration; do
+for run in survey:none calibration:none survey:all calibration:all; do
+  scenario=${run%%:*} options=${run##*:}
   "$host/drlib-sim" --scenario "$scenario" --seed 3 --out "$scenario.log" --truth "$scenario.truth.csv" --quiet
   opts=(-q)
+  [ "$options" = none ] || opts+=(--options "$options")
   if [ "$scenario" = calibration ]; then
     # The tip rests on one point for the whole session: calibrate on it.
     t=$scenario.truth.csv
@@ -56,9 +59,9 @@ for scenario in survey calibration; do
   "$host/drlib-replay" "$scenario.log" "${opts[@]}" --csv "$scenario.host.csv" --events "$scenario.host.events.csv"
   "${emulator[@]}" "$target_replay" "$scenario.log" "${opts[@]}" \
     --csv "$scenario.target.csv" --events "$scenario.target.events.csv"
-  same "$scenario tilt status" "$scenario.host.csv" "$scenario.target.csv"
+  same "$scenario ($options) tilt status" "$scenario.host.csv" "$scenario.target.csv"
   if [ "$scenario" = calibration ]; then
-    same "$scenario notifications" "$scenario.host.events.csv" "$scenario.target.events.csv"
+    same "$scenario ($options) notifications" "$scenario.host.events.csv" "$scenario.target.events.csv"
     grep -q '^[0-9]*,0,' "$scenario.host.events.csv" || { echo "$scenario: no calibration result"; fail=1; }
   fi
 done

@@ -16,7 +16,7 @@ python=/usr/bin/python3
 [ -x "$python" ] || python=python3
 
 check_arch_dir() {  # dir
-  local dir=$1 runtime dev py arch triple machine
+  local dir=$1 runtime dev py tools arch triple machine
   runtime=$(ls "$dir"/libdrlib4_${version}_*.deb 2>/dev/null | head -n 1)
   [ -n "$runtime" ] || fail "$dir: no libdrlib4 package"
   arch=$(field "$runtime" Architecture)
@@ -30,6 +30,8 @@ check_arch_dir() {  # dir
   py=$dir/python3-drlib_${version}_all.deb
   [ -f "$dev" ] || fail "missing $(basename "$dev")"
   [ -f "$py" ] || fail "missing $(basename "$py")"
+  tools=$dir/drlib-tools_${version}_${arch}.deb
+  [ -f "$tools" ] || fail "missing $(basename "$tools")"
 
   # Control fields.
   [ "$(field "$runtime" Package)" = libdrlib4 ] || fail "runtime package name"
@@ -47,14 +49,33 @@ check_arch_dir() {  # dir
   dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./postinst | grep -q 'ldconfig' || fail "postinst does not run ldconfig"
 
   # Contents: the runtime package holds the shared object and its SONAME link, nothing else.
-  local files
+  # Every package: the MIT licence as its copyright file, a real maintainer.
+  local files deb pkg
+  for deb in "$runtime" "$dev" "$py" "$tools"; do
+    pkg=$(field "$deb" Package)
+    dpkg-deb --fsys-tarfile "$deb" | tar -xO "./usr/share/doc/$pkg/copyright" | grep '^License: MIT$' >/dev/null \
+      || fail "$pkg: no MIT licence in /usr/share/doc/$pkg/copyright"
+    [[ $(field "$deb" Maintainer) =~ ^drlib\ authors\ \<[^@]+@[a-z.]+\>$ ]] || fail "$pkg: Maintainer"
+    [[ $(field "$deb" Maintainer) != *localhost* ]] || fail "$pkg: Maintainer at localhost"
+  done
+  # Contents: the runtime package holds the shared object and its SONAME link, nothing else.
   files=$(dpkg-deb --contents "$runtime" | grep -v '/$' | awk '{s = $1 " " $6; if ($7 == "->") s = s " -> " $8; print s}' | LC_ALL=C sort -k2,2)
   [ "$files" = "lrwxrwxrwx ./usr/lib/$triple/libdrlib.so.4 -> libdrlib.so.4.4.0
--rw-r--r-- ./usr/lib/$triple/libdrlib.so.4.4.0" ] || fail "runtime contents:
+-rw-r--r-- ./usr/lib/$triple/libdrlib.so.4.4.0
+-rw-r--r-- ./usr/share/doc/libdrlib4/copyright" ] || fail "runtime contents:
 $files"
-  for deb in "$runtime" "$dev" "$py"; do
+  for deb in "$runtime" "$dev" "$py" "$tools"; do
     dpkg-deb --contents "$deb" | awk '$2 != "root/root" {exit 1}' || fail "$deb: files not owned by root"
   done
+  files=$(dpkg-deb --contents "$tools" | awk '{print $1, $6}')
+  for f in "rwxr-xr-x ./usr/bin/drlib-sim" "rwxr-xr-x ./usr/bin/drlib-replay" "rwxr-xr-x ./usr/bin/drlib-csv2log" \
+           "rwxr-xr-x ./usr/bin/drlib-plot" "r--r-- ./usr/share/doc/drlib-tools/log-format.md" \
+           "r--r-- ./usr/share/doc/drlib-tools/csv-input.md"; do
+    grep -q -- "${f% *}.* ${f#* }\$" <<<"$files" || fail "tools package lacks ${f#* } (${f% *})"
+  done
+  dpkg-deb -x "$tools" "$work/t-$arch"
+  readelf -h "$work/t-$arch/usr/bin/drlib-replay" | grep -q "Machine: *$machine\$" \
+    || fail "$arch: drlib-replay is not built for $machine"
   files=$(dpkg-deb --contents "$dev" | awk '{print $6}')
   for f in ./usr/include/drlib.h ./usr/include/drlib_toolkit.h ./usr/lib/$triple/libdrlib.so ./usr/lib/$triple/libdrlib.a \
            ./usr/lib/$triple/cmake/drlib/drlibConfig.cmake ./usr/lib/$triple/cmake/drlib/drlibConfigVersion.cmake \
@@ -62,7 +83,7 @@ $files"
     grep -qx "$f" <<<"$files" || fail "dev package lacks $f"
   done
   ! grep -q 'libdrlib.so.4' <<<"$files" || fail "dev package carries the runtime's files"
-  dpkg-deb --contents "$py" | grep -q ' ./usr/lib/python3/dist-packages/drlib.py$' || fail "python package lacks drlib.py"
+  dpkg-deb --contents "$py" | grep ' ./usr/lib/python3/dist-packages/drlib.py$' >/dev/null || fail "python package lacks drlib.py"
 
   # The shared object itself: the right machine, libc and libm only, no newer
   # glibc symbol than Depends states, stripped.
@@ -80,7 +101,7 @@ $files"
       || fail "$arch: references GLIBC_$v, Depends says >= $glibc"
   done
   ! readelf -S "$so" | grep -q '\.debug_info' || fail "$arch: shared object not stripped"
-  echo "test_packages: $arch: $(basename "$runtime") (Depends: $depends), $(basename "$dev"), $(basename "$py"): ok"
+  echo "test_packages: $arch: $(basename "$runtime") (Depends: $depends), $(basename "$dev"), $(basename "$py"), $(basename "$tools"): ok"
   [ "$arch" = amd64 ] && amd64_dir=$dir
   return 0
 }
@@ -129,3 +150,10 @@ if [ -n "${LOG:-}" ]; then
   grep -q "status lines $(echo "$out" | sed -n 's/ statuses//p') " "$work/host.txt" \
     || fail "the Python module and the C host saw different numbers of statuses"
 fi
+
+# The module installs with pip from the source tree, offline (a copy: pip builds in place).
+cp -r "$(dirname "$0")/../python" "$work/pysrc"
+PIP_ROOT_USER_ACTION=ignore "$python" -m pip install --no-build-isolation --no-index --no-deps -q \
+  --target "$work/pip" "$work/pysrc" >/dev/null 2>&1 && [ -f "$work/pip/drlib.py" ] \
+  && grep -qx 'License: MIT' "$work"/pip/drlib-*.dist-info/METADATA || fail "pip install of python/"
+echo "test_packages: pip install of the source tree's python/: ok"

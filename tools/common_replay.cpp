@@ -1,6 +1,5 @@
 #include "common_replay.h"
 
-#include <cmath>
 #include <cstring>
 
 #include "log_io.h"
@@ -32,11 +31,12 @@ void on_calib(uint32_t code, const void *data, uint32_t len) {
 
 ReplayOutput replay_log(const std::vector<uint8_t> &log, const ReplayOptions &opt) {
     ReplayOutput out;
+    for (int k = 0; k < 3; ++k) out.pole_m[k] = opt.pole_m[k];
     drsim::LogCheck check;
     drsim::read_log(log.data(), log.size(), &check);
     const size_t usable = check.ok ? log.size() : check.record_offset;
     if (!check.ok) {
-        out.log_error = check.reason;
+        out.log_error = drsim::log_fault_text(check);
         out.log_error_offset = check.byte_offset;
     }
 
@@ -69,13 +69,6 @@ ReplayOutput replay_log(const std::vector<uint8_t> &log, const ReplayOptions &op
     DrlibDestroy(&out.cfg_after);
     g_out = nullptr;
     return out;
-}
-
-double tilt_from_rph(const double att[3]) {
-    // The pole axis is body z; its vertical component in n is cos(roll) cos(pitch)
-    // (down positive), so a pole pointing up has roll near pi.
-    const double c = -std::cos(att[0]) * std::cos(att[1]);
-    return std::acos(std::fmax(-1.0, std::fmin(1.0, c)));
 }
 
 }  // namespace drtools

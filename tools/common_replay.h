@@ -13,7 +13,7 @@
 namespace drtools {
 
 struct ReplayOptions {
-    double pole_m[3] = {0.0, 0.0, 1.892};  // antenna-to-tip vector the host passes, body axes, m
+    double pole_m[3] = {0.0, 0.0, 1.892};  // the pole vector (common_pole.h), body axes, m
     bool use_cfg = false;                   // else the library's defaults (null record)
     DrCfg cfg{};
     bool calibrate = false;                 // run a mounting calibration on a known point
@@ -41,17 +41,15 @@ struct ReplayOutput {
     std::vector<EpochResult> epochs;
     std::vector<CalibEvent> calib;
     size_t rejected = 0;
+    double pole_m[3] = {0.0, 0.0, 0.0};  // the pole vector the replay ran with
     DrCfg cfg_after{};          // the configuration record after DrlibDestroy (bias store)
-    std::string log_error;      // non-empty: the log is malformed from `log_error_offset` on
+    std::string log_error;      // non-empty: the log is malformed from `log_error_offset` on (log_fault_text)
     size_t log_error_offset = 0;
 };
 
 // Replays the whole well-formed part of `log`; a structural fault ends the
 // replay there and is described in `log_error`.
 ReplayOutput replay_log(const std::vector<uint8_t> &log, const ReplayOptions &opt);
-
-// Tilt of the body z axis (the pole) from the vertical, rad, from roll and pitch.
-double tilt_from_rph(const double att[3]);
 
 }  // namespace drtools
 

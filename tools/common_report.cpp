@@ -5,6 +5,8 @@
 #include <map>
 #include <sstream>
 
+#include "common_pole.h"
+
 namespace drtools {
 namespace {
 
@@ -59,7 +61,7 @@ Report make_report(const ReplayOutput &replay, const std::vector<drsim::TruthRow
     }
 
     size_t accepted = 0, per_class[4] = {0, 0, 0, 0};
-    std::vector<double> roll, pitch, heading;
+    std::vector<double> roll, pitch, heading, tilt;
     std::map<std::string, TipSamples> groups;
     size_t comps = 0, in1 = 0, in3 = 0;
     for (const auto &ep : replay.epochs) {
@@ -77,6 +79,8 @@ Report make_report(const ReplayOutput &replay, const std::vector<drsim::TruthRow
         roll.push_back(wrap_pi(st.att[0] - tr.rph.x) * kRadToDeg);
         pitch.push_back(wrap_pi(st.att[1] - tr.rph.y) * kRadToDeg);
         heading.push_back(wrap_pi(st.att[2] - tr.rph.z) * kRadToDeg);
+        const double att[3] = {st.att[0], st.att[1], st.att[2]};
+        tilt.push_back((pole_tilt(att, replay.pole_m).tilt_rad - tr.tilt_rad) * kRadToDeg);
 
         // Tip error resolved north, east, down at the true tip.
         const drsim::Geodetic g = drsim::geodetic_from_ecef(tr.tip_e);
@@ -106,6 +110,7 @@ Report make_report(const ReplayOutput &replay, const std::vector<drsim::TruthRow
     r.roll_deg = stats_of(roll);
     r.pitch_deg = stats_of(pitch);
     r.heading_deg = stats_of(heading);
+    r.tilt_deg = stats_of(tilt);
     for (const char *name : {"all", "class 1", "class 2", "class 3", "tilt 0-10", "tilt 10-20",
                              "tilt 20-30", "tilt >30"}) {
         const auto it = groups.find(name);
@@ -137,7 +142,7 @@ void print_report(std::FILE *f, const Report &r) {
         std::fprintf(f, "no tilt solution\n");
     std::fprintf(f, "\n%-12s %6s %10s %10s %10s\n", "attitude", "n", "RMS deg", "95% deg", "max deg");
     const std::pair<const char *, const ErrorStats *> att[] = {
-        {"roll", &r.roll_deg}, {"pitch", &r.pitch_deg}, {"heading", &r.heading_deg}};
+        {"roll", &r.roll_deg}, {"pitch", &r.pitch_deg}, {"heading", &r.heading_deg}, {"tilt", &r.tilt_deg}};
     for (const auto &a : att)
         std::fprintf(f, "%-12s %6zu %10.3f %10.3f %10.3f\n", a.first, a.second->n, a.second->rms,
                      a.second->p95, a.second->max);
@@ -173,6 +178,8 @@ std::string report_json(const Report &r) {
     json_stats(o, r.pitch_deg);
     o << ", \"heading\": ";
     json_stats(o, r.heading_deg);
+    o << ", \"tilt\": ";
+    json_stats(o, r.tilt_deg);
     o << "},\n  \"tip_error_m\": {";
     for (size_t i = 0; i < r.tip.size(); ++i) {
         o << (i ? ",\n    " : "\n    ") << "\"" << r.tip[i].name << "\": {\"horizontal\": ";

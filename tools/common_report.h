@@ -35,6 +35,7 @@ struct Report {
     double first_fix_s = -1.0;          // scenario time of the first class 1..3 status (-1: none)
     double time_to_first_fix_s = -1.0;  // from the motion start (-1: none)
     ErrorStats roll_deg, pitch_deg, heading_deg;   // attitude errors with a tilt solution
+    ErrorStats tilt_deg;                // tilt of the pole vector against the true tilt
     std::vector<TipGroup> tip;          // "all", "class 1..3", "tilt 0-10" ...
     double within_1sigma = 0.0;         // share of tip error components within the reported 1 sigma
     double within_3sigma = 0.0;         // ... and 3 sigma (total deviations, tip plus GNSS)

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include <unistd.h>
+
 #include "imu_model.h"
 #include "log_io.h"
 #include "simulator.h"
@@ -43,7 +45,8 @@ const char *const kUsage =
     "Output:\n"
     "  --out FILE             input log (default <scenario>.log)\n"
     "  --truth FILE           truth CSV (default <scenario>.csv)\n"
-    "  --quiet                no progress\n"
+    "  --quiet                nothing on standard error unless something fails (progress\n"
+    "                         is shown only when standard error is a terminal)\n"
     "Checking:\n"
     "  --check LOG            walk a log and report the first malformed or truncated record;\n"
     "                         with --strict also validity, continuity and IMU spacing\n"
@@ -69,7 +72,7 @@ unsigned long long parse_unsigned(const std::string &opt, const char *text, unsi
     return v;
 }
 
-int check_mode(const std::string &path, bool strict) {
+int check_mode(const std::string &path, bool strict, bool quiet) {
     std::vector<uint8_t> bytes;
     if (!drsim::read_file(path, bytes)) {
         std::fprintf(stderr, "drlib-sim: cannot read '%s'\n", path.c_str());
@@ -77,12 +80,12 @@ int check_mode(const std::string &path, bool strict) {
     }
     const drsim::LogCheck c = drsim::check_log(bytes.data(), bytes.size(), strict);
     if (c.ok) {
-        std::fprintf(stderr, "drlib-sim: %s: %zu records, %zu bytes, well-formed%s\n", path.c_str(), c.records,
-                     bytes.size(), strict ? " and continuous" : "");
+        if (!quiet)
+            std::fprintf(stderr, "drlib-sim: %s: %zu records, %zu bytes, well-formed%s\n", path.c_str(),
+                         c.records, bytes.size(), strict ? " and continuous" : "");
         return 0;
     }
-    std::fprintf(stderr, "drlib-sim: %s: record %zu at byte %zu: %s (byte %zu)\n", path.c_str(), c.records,
-                 c.record_offset, c.reason.c_str(), c.byte_offset);
+    std::fprintf(stderr, "drlib-sim: %s: %s\n", path.c_str(), drsim::log_fault_text(c).c_str());
     return 1;
 }
 
@@ -134,7 +137,7 @@ int run(int argc, char **argv) {
         else if (a == "--strict") strict = true;
         else throw Usage("unknown option '" + a + "'");
     }
-    if (!check_path.empty()) return check_mode(check_path, strict);
+    if (!check_path.empty()) return check_mode(check_path, strict, quiet);
     drsim::imu_grade(opt.imu_grade);  // rejects an unknown grade before any work
     {
         const uint8_t p = opt.gnss.pos_type, v = opt.gnss.vel_type;
@@ -147,10 +150,12 @@ int run(int argc, char **argv) {
     if (truth_path.empty()) truth_path = opt.scenario.name + ".csv";
 
     const auto t0 = std::chrono::steady_clock::now();
+    // Progress only for a person watching: never into a pipe or a log file.
+    const bool progress = !quiet && isatty(STDERR_FILENO);
     const drsim::SimResult r = drsim::simulate(opt, [&](double f) {
-        if (!quiet) std::fprintf(stderr, "\rdrlib-sim: %3d%%", static_cast<int>(std::lround(100.0 * f)));
+        if (progress) std::fprintf(stderr, "\rdrlib-sim: %3d%%", static_cast<int>(std::lround(100.0 * f)));
     });
-    if (!quiet) std::fputc('\n', stderr);
+    if (progress) std::fputc('\n', stderr);
     if (!drsim::write_file(out_path, r.log)) {
         std::fprintf(stderr, "drlib-sim: cannot write '%s'\n", out_path.c_str());
         return 2;
@@ -161,12 +166,13 @@ int run(int argc, char **argv) {
         return 2;
     }
     const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-    std::fprintf(stderr,
-                 "drlib-sim: %s seed %llu, %s IMU: %zu records (%.1f s), %zu IMU samples, %zu bytes -> %s, "
-                 "truth -> %s, %.2f s\n",
-                 opt.scenario.name.c_str(), static_cast<unsigned long long>(opt.scenario.seed), opt.imu_grade.c_str(),
-                 r.records, static_cast<double>(r.records) / 10.0, r.samples, r.log.size(), out_path.c_str(),
-                 truth_path.c_str(), secs);
+    if (!quiet)
+        std::fprintf(stderr,
+                     "drlib-sim: %s seed %llu, %s IMU: %zu records (%.1f s), %zu IMU samples, %zu bytes -> %s, "
+                     "truth -> %s, %.2f s\n",
+                     opt.scenario.name.c_str(), static_cast<unsigned long long>(opt.scenario.seed),
+                     opt.imu_grade.c_str(), r.records, static_cast<double>(r.records) / 10.0, r.samples,
+                     r.log.size(), out_path.c_str(), truth_path.c_str(), secs);
     return 0;
 }
 

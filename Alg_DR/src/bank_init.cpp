@@ -10,6 +10,7 @@
 
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
+#include "dr_options.h"
 #include "drlib_toolkit.h"
 #include "kf_dims.h"
 
@@ -136,7 +137,7 @@ void seed_bank_filter(KfFilter *flt, uint32_t pos_index) {
 // Hypothesis i: the levelled attitude turned by i x 20 deg about the specific
 // force, so that cbn f_b = f_n holds for every member.
 void seed_hypothesis(int i, const double *q_lev, const double *force_dir_n, const FusionIn &newest,
-                     const double *w_ib) {
+                     const double *vel_e, const double *w_ib) {
     NavState *nav = &NavGp[i];
     const double turn_rad = kTwoPi * static_cast<double>(i) / static_cast<double>(kBankSize);
     double rotvec[3];
@@ -149,7 +150,7 @@ void seed_hypothesis(int i, const double *q_lev, const double *force_dir_n, cons
     cbn2rph(nav->rph, nav->cbn);
 
     SetImuPosFromGnss(nav, newest.header.pos);
-    SetImuVelFromGnss(nav, newest.header.vel, w_ib);
+    SetImuVelFromGnss(nav, vel_e, w_ib);
     if (i > 0) memcpy(nav->acc_n, NavGp[0].acc_n, sizeof nav->acc_n);
     seed_bank_filter(&FltGp[i], newest.pos_index);
 }
@@ -168,13 +169,19 @@ extern "C" {
 
 DRLIB_API void InitParelFilter(uint32_t newest_pos) {
     const FusionIn &newest = GET_FUSION_IN(newest_pos, 0);
-    const FusionIn &half_second_back = GET_FUSION_IN(newest_pos, -kForceEntries);
+    // The driver starts the bank with more than 10 entries in the run, so the
+    // aligned velocity finds the entries before these two.
+    double newest_vel_buf[3];
+    const double *newest_vel = drlib::GnssVelocityForState(newest_pos, newest_vel_buf);
+    double back_vel_buf[3];
+    const double *back_vel =
+        drlib::GnssVelocityForState(newest_pos - static_cast<uint32_t>(kForceEntries), back_vel_buf);
 
     double f_b[3];  // m/s^2, body
     mean_specific_force_b(f_b, newest_pos);
     double a_e[3];  // GNSS acceleration, m/s^2, ECEF
     for (int c = 0; c < 3; ++c) {
-        a_e[c] = kPerHalfSecond * (newest.header.vel[c] - half_second_back.header.vel[c]);
+        a_e[c] = kPerHalfSecond * (newest_vel[c] - back_vel[c]);
     }
     double llh_g[3] = {0.0, 0.0, 0.0};  // antenna
     ecef2llh(llh_g, newest.header.pos);
@@ -196,7 +203,7 @@ DRLIB_API void InitParelFilter(uint32_t newest_pos) {
     levelling_quat(q_lev, f_b, f_n, f_b_norm, f_n_norm);
     double force_dir_n[3];
     for (int k = 0; k < 3; ++k) force_dir_n[k] = f_n[k] / f_n_norm;
-    for (int i = 0; i < kBankSize; ++i) seed_hypothesis(i, q_lev, force_dir_n, newest, w_ib);
+    for (int i = 0; i < kBankSize; ++i) seed_hypothesis(i, q_lev, force_dir_n, newest, newest_vel, w_ib);
 
     s_FltState = FLT_STATE_CONV;
     s_updcnt = 0u;

@@ -9,7 +9,7 @@
 namespace drlib {
 
 constexpr DrCfg drcfg16470 = {
-    0u,                                // reserved0
+    0u,                                // options: none (no marker)
     4u,                                // bias_store_mode: keep the host's record untouched
     1.52587890625e-06,                 // reserved1
     1.9073486328125e-05,               // reserved2

@@ -6,6 +6,7 @@
 #include "dr_entry.h"
 #include "dr_entry_api.h"
 #include "dr_global_var.h"
+#include "dr_options.h"
 
 namespace {
 
@@ -54,7 +55,8 @@ DRLIB_API uint32_t DrlibUpdateFusion(const DrInput *rec) {
         DrFusionReset();
         drlib::bResetNotice = 0;
     }
-    if (IsFusionDataValid(rec) == 0u || InputImuDataToBuf(rec) == 0) {
+    if (IsFusionDataValid(rec) == 0u || !drlib::IsSolutionPlausible(rec) ||
+        InputImuDataToBuf(rec) == 0) {
         return DiscardHistoryAndReset();
     }
     FusionIn &entry = drlib::CurrentFusionIn();

@@ -6,6 +6,7 @@
 #include "dr_assert.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
+#include "dr_options.h"
 #include "dr_trace.h"
 #include "kf_dims.h"
 
@@ -127,6 +128,11 @@ void RunBankCycle(const FusionIn &e) {
     EpochRate(rate_radps, e, kNoBias_radps);
     empty_function(kTraceLevelDebug, kTraceMaskFusion, "DR Fusion %d, %d, CONV\r\n",
                    static_cast<int>(e.pos_index), static_cast<int>(e.header.tow_ms));
+    // The bank and main states hold a run of more than 11 entries (the bank
+    // starts with more than 10; a break returns the engine to idle), so the
+    // entry before the newest, which the aligned velocity reads, is of this run.
+    double aligned_vel_mps[3];
+    const double *vel_mps = drlib::GnssVelocityForState(e.pos_index, aligned_vel_mps);
     // The bank runs on raw increments: its six states hold no biases.
     for (int i = 0; i < kBankSize; ++i) {
         for (int j = 0; j < kStepsPerEpoch; ++j) {
@@ -135,7 +141,7 @@ void RunBankCycle(const FusionIn &e) {
         }
         FltGp[i].pos_index = e.pos_index;
         empty_function(kTraceLevelDebug, kTraceMaskFusion, "%2d", i);
-        KFUpdateGnssSol(&FltGp[i], &NavGp[i], e.header.pos, e.header.vel, rate_radps,
+        KFUpdateGnssSol(&FltGp[i], &NavGp[i], e.header.pos, vel_mps, rate_radps,
                         e.header.vel_std);
     }
     ++s_updcnt;
@@ -172,7 +178,9 @@ void RunMainCycle(const FusionIn &e) {
     FltMain.pos_index = e.pos_index;
     empty_function(kTraceLevelDebug, kTraceMaskFusion, "DR Fusion %d, %d, MAIN\r\n",
                    static_cast<int>(e.pos_index), static_cast<int>(e.header.tow_ms));
-    KFUpdateGnssSol(&FltMain, &NavMain, e.header.pos, e.header.vel, rate_radps, e.header.vel_std);
+    double aligned_vel_mps[3];  // the run is long enough: see RunBankCycle
+    const double *vel_mps = drlib::GnssVelocityForState(e.pos_index, aligned_vel_mps);
+    KFUpdateGnssSol(&FltMain, &NavMain, e.header.pos, vel_mps, rate_radps, e.header.vel_std);
     ++s_updcnt;
 }
 

@@ -17,6 +17,17 @@ constexpr int32_t kVelMeasurements = 3;          // north, east, down
 constexpr double kHorizontalVelStdFloor = 0.008;  // m/s
 constexpr double kVerticalVelStdFloor = 0.015;    // m/s
 constexpr double kDegPerRad = 57.29577951308232;
+constexpr double kPi = 3.141592653589793;
+constexpr double kTwoPi = 6.283185307179586;
+
+// Two longitudes on either side of the 180 degree meridian are close, not
+// 2 pi apart: wrap their difference into (-pi, pi]. A difference already in
+// that range keeps its bits.
+double wrapped_longitude_difference(double dlon) {
+    if (dlon > kPi) return dlon - kTwoPi;
+    if (dlon <= -kPi) return dlon + kTwoPi;
+    return dlon;
+}
 
 // Transport rate (rad/s, n) of a velocity v (m/s, n) at the state's position.
 void transport_rate(double *w_en, const NavState *nav, const double *v) {
@@ -80,7 +91,7 @@ DRLIB_API void DifImuPosWithGnss(double *dpos, const NavState *nav, const double
     double llh_g[3] = {0.0, 0.0, 0.0};  // antenna: rad, rad, m
     ecef2llh(llh_g, pos);
     dpos[0] = (nav->llh[0] - llh_g[0]) * (nav->rm + llh_g[2]);
-    dpos[1] = (nav->llh[1] - llh_g[1]) * (nav->rn + llh_g[2]) * nav->cos_lat;
+    dpos[1] = wrapped_longitude_difference(nav->llh[1] - llh_g[1]) * (nav->rn + llh_g[2]) * nav->cos_lat;
     dpos[2] = -(nav->llh[2] - llh_g[2]);
     double lever_n[3];  // IMU relative to antenna, m, n
     mtx_mul_vect_3d(lever_n, nav->cbn, g_level_arm_b);

@@ -66,7 +66,7 @@ class ReplayAgainstHost(unittest.TestCase):
                 continue
             lat, lon, h = self.lib.ecef2llh(st.tip_pos)
             expect = dict(zip(("roll_deg", "pitch_deg", "heading_deg"), st.att_deg),
-                          status=st.status, tilt_deg=st.tilt_deg, tip_h_m=h,
+                          status=st.status, tilt_deg=st.tilt_deg, tip_h_m=h, tilt_dir_deg=st.tilt_dir_deg,
                           tip_lat_deg=lat / (math.pi / 180.0), tip_lon_deg=lon / (math.pi / 180.0))
             expect.update(zip(("tip_x_m", "tip_y_m", "tip_z_m"), st.tip_pos))
             for k, axis in enumerate("ned"):
@@ -104,11 +104,16 @@ class ReplayAgainstHost(unittest.TestCase):
         epochs = list(drlib.epochs(self.log, cfg=cfg))
         rows, text = replay_csv(self.log, "--bias-store")
         self.assert_same_rows(rows, epochs)
-        stored = [float(x) for x in text.split("stored gyro bias code:")[1].split()]
+        stored = [float(x) for x in text.split("encoded as 1+bx, 2+by, 3+bz:")[1].rstrip(")\n").split()]
         self.assertEqual(stored, list(cfg.gyro_bias_code))
         # The learned bias is small next to the offsets that encode it.
         for k in range(3):
             self.assertAlmostEqual(cfg.gyro_bias_code[k], k + 1.0, delta=0.01)
+
+    def test_options_row_for_row(self):
+        both = drlib.OPT_ALIGNED_VELOCITY | drlib.OPT_SCREEN_SOLUTIONS
+        self.assert_same_rows(replay_csv(self.log, "--options", "aligned,screen")[0],
+                              list(drlib.epochs(self.log, options=both)))
 
     def test_truncated_log_stops_after_the_last_whole_record(self):
         cut = self.write("cut.log", self.data[:-100])
