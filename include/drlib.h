@@ -410,10 +410,10 @@ DRLIB_API int32_t DrlibSetHwCfg(const double *v);
  * load (.bss: 358,104 bytes on armhf, 358,272 on x86-64; 319,488 of them the
  * 512-epoch input history). Nothing is allocated and no thread is created.
  * The deepest stack a DrlibUpdateFusion call reached below its caller's
- * frame, in simulated survey, calibration and static sessions, was 6,263
- * bytes on armhf and 7,575 on x86-64 (stack painting, a callback that
- * copies the record included); the largest single frame is 4,992 bytes on
- * armhf. Reserve 16 KiB of the calling thread's stack for the library,
+ * frame, in simulated survey, calibration and static sessions with and
+ * without the recommended options, was 6,287 bytes on armhf and 7,639 on
+ * x86-64 (stack painting, a callback that copies the record included); the
+ * largest single frame is 4,992 bytes on armhf. Reserve 16 KiB of the calling thread's stack for the library,
  * about twice the deepest use measured.
  *
  * Assertions. Internal invariants are checked by assertions that no host
