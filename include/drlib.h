@@ -413,8 +413,9 @@ DRLIB_API int32_t DrlibSetHwCfg(const double *v);
  * frame, in simulated survey, calibration and static sessions with and
  * without the recommended options, was 6,287 bytes on armhf and 7,639 on
  * x86-64 (stack painting, a callback that copies the record included); the
- * largest single frame is 4,992 bytes on armhf. Reserve 16 KiB of the calling thread's stack for the library,
- * about twice the deepest use measured.
+ * largest single frame is 4,992 bytes on armhf. Reserve 16 KiB of the
+ * calling thread's stack for the library, about twice the deepest use
+ * measured.
  *
  * Assertions. Internal invariants are checked by assertions that no host
  * input can reach (the library is fuzzed for that). If one fails anyway, the
