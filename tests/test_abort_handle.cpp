@@ -31,10 +31,8 @@ std::string read_bytes(int fd, size_t want, int timeout_ms) {  // gives up after
 // Defined first, so it sees the flag before anything has written it.
 TEST(AssertModule, WeakFlagAndAbortBehaviour) {
     EXPECT_EQ(get_assert_weak(), 1U);
-    for (uint32_t flag : {0U, 0xABCDU}) {
-        enable_assert_weak(flag);
-        EXPECT_EQ(get_assert_weak(), flag);
-    }
+    enable_assert_weak(0xABCDU);
+    EXPECT_EQ(get_assert_weak(), 0xABCDU);
     setup_abort_callback();
     set_abort_behavior(7U);
     EXPECT_EQ(get_abort_behavior(), 0U);
@@ -62,7 +60,6 @@ TEST(AssertModule, HandlerPrintsFixedMessageAndNeverReturns) {
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, WNOHANG), 0) << "the handler returned or the child ended";
     kill(child, SIGKILL);
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    EXPECT_TRUE(waitpid(child, &status, 0) == child && WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
     close(fds[0]);
 }

@@ -2,7 +2,6 @@
 // lever, the version text, the calibration start and the gyro-bias store.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -17,56 +16,50 @@ namespace {
 int g_tilt_calls = 0;
 void CountTilt(const TiltStat *) { ++g_tilt_calls; }
 void NoteCalib(uint32_t, const void *, uint32_t) {}
-
-bool IsIdentity(const double *m) {
-    static const double kI[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    return std::memcmp(m, kI, sizeof kI) == 0;
-}
+const double kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 
 TEST(ApiVersion, FullTextAndTruncation) {
-    const char *full = "VelkarDrLib 4.4.06f71e.Nov 27 2020-16:39:54";
-    for (int32_t size : {64, 44, 12}) {
+    const std::string full = "VelkarDrLib 4.4.06f71e.Nov 27 2020-16:39:54";
+    for (int32_t size : {64, 44, 12, 0}) {
         char buf[64];
         std::memset(buf, 'x', sizeof buf);
         DrlibVerInfo(buf, size);
-        EXPECT_EQ(std::string(buf), std::string(full, std::min<size_t>(43u, size_t(size) - 1u)));
+        EXPECT_EQ(size ? std::string(buf) : std::string(1, buf[0]), size ? full.substr(0, size - 1) : "x");
         EXPECT_TRUE(size == 64 || buf[size] == 'x');  // nothing beyond the given size
     }
-    char buf[4] = {'x'};
-    DrlibVerInfo(buf, 0);
-    EXPECT_EQ(buf[0], 'x');
     DrlibVerInfo(nullptr, 10);  // no crash
 }
 
-TEST(ApiConfig, MountingBelowTheLimitAndDefaultsFromNull) {
+// Mounting angles below 1.2 deg each give the body-to-n convention's matrix
+// (Rz Ry Rx), one at the limit none; the pole lever is stored negated and
+// survives initialisation; a null configuration restores the built-in one.
+TEST(ApiConfig, MountingLeverAndDefaults) {
     DrCfg cfg = drlib::drcfg16470;
     const double rph[3] = {0.02, -0.02, 0.01};
     std::memcpy(cfg.mount_rph, rph, sizeof rph);
     DrlibInit(&cfg);
-    double q[4], m[9];  // the body-to-n convention of the attitude (Rz Ry Rx)
+    double q[4], m[9];
     rph2qbn(q, rph);
     quat2dcm(m, q);
     for (int k = 0; k < 9; ++k) EXPECT_NEAR(s_cub.dcm[k], m[k], 1e-12) << k;
-    cfg.mount_rph[2] = -0.020943951023931952;  // one angle at 1.2 deg: no mounting at all
+    cfg.mount_rph[2] = -0.020943951023931952;
     DrlibUpdateCfg(&cfg);
-    EXPECT_TRUE(IsIdentity(s_cub.dcm));
+    EXPECT_EQ(std::memcmp(s_cub.dcm, kIdentity, sizeof kIdentity), 0);
 
-    // The pole lever is stored negated and survives initialisation; a null one is ignored.
-    const double pole_m[3] = {0.1, -0.2, 1.5}, standard[3] = {0.0, 0.0, 1.892};
+    const double pole_m[3] = {0.1, -0.2, 1.5}, standard[3] = {0.0, 0.0, 1.892}, want[3] = {-0.1, 0.2, -1.5};
     DrlibSetHwCfg(pole_m);
     DrlibSetHwCfg(nullptr);
     DrlibInit(&cfg);
     g_level_arm_b[0] = 5.0;
     DrlibInit(nullptr);
     EXPECT_EQ(std::memcmp(&drlib::drcfg, &drlib::drcfg16470, sizeof(DrCfg)), 0);
-    EXPECT_TRUE(IsIdentity(s_cub.dcm));
-    EXPECT_EQ(g_level_arm_b[0], -0.03404);
-    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
-    const double want[3] = {-0.1, 0.2, -1.5};
+    EXPECT_TRUE(g_level_arm_b[0] == -0.03404 && s_FltState == FLT_STATE_IDLE);
     EXPECT_EQ(std::memcmp(drlib::hwcfg.lever, want, sizeof want), 0);
     DrlibSetHwCfg(standard);
 }
 
+// A configuration update keeps the callback, the history and the engine;
+// initialisation forgets all three and any pending reset request.
 TEST(ApiConfig, UpdateCfgKeepsCallbackHistoryAndEngineInitForgetsThem) {
     DrlibInit(nullptr);
     DrlibRegisterCB(CountTilt);
@@ -74,27 +67,20 @@ TEST(ApiConfig, UpdateCfgKeepsCallbackHistoryAndEngineInitForgetsThem) {
     s_FltState = FLT_STATE_CONV;
     DrCfg cfg = drlib::drcfg16470;
     DrlibUpdateCfg(&cfg);
-    EXPECT_EQ(drlib::tiltUpdateCB, &CountTilt);
-    EXPECT_EQ(g_FusionInNum, 25u);
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
+    EXPECT_TRUE(drlib::tiltUpdateCB == &CountTilt && g_FusionInNum == 25u && s_FltState == FLT_STATE_CONV);
     DrlibReset();
     DrlibInit(nullptr);
-    EXPECT_EQ(drlib::tiltUpdateCB, nullptr);
-    EXPECT_EQ(drlib::bResetNotice, 0);
-    EXPECT_EQ(g_FusionInNum, 0u);
-    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
+    EXPECT_TRUE(drlib::tiltUpdateCB == nullptr && drlib::bResetNotice == 0);
+    EXPECT_TRUE(g_FusionInNum == 0u && s_FltState == FLT_STATE_IDLE);
 }
 
 TEST(ApiCalibStart, TargetFloorAndStop) {
     DrlibInit(nullptr);
     const double ref[3] = {-2.0e6, 4.0e6, 4.2e6};
     DrlibCalibStart(ref, 500, NoteCalib);
-    EXPECT_EQ(FltCub.target, 1200u);
-    EXPECT_EQ(FltCub.running, 1u);
-    EXPECT_EQ(FltCub.callback, &NoteCalib);
+    EXPECT_TRUE(FltCub.target == 1200u && FltCub.running == 1u && FltCub.callback == &NoteCalib);
     EXPECT_EQ(std::memcmp(FltCub.ref_pos, ref, sizeof ref), 0);
     DrlibCalibStart(ref, 3000, nullptr);
-    EXPECT_EQ(FltCub.target, 3000u);
     DrlibCalibStart(nullptr, 1200, NoteCalib);
     EXPECT_EQ(FltCub.running, 0u);
     EXPECT_EQ(FltCub.target, 3000u);  // a stop touches nothing else
@@ -110,8 +96,7 @@ TEST(ApiDestroy, RefusesUpdatesAndStoresTheBiasInModeThree) {
     DrlibRegisterCB(CountTilt);
     const uint32_t pos = g_FusionInPos;
     EXPECT_EQ(DrlibUpdateFusion(reinterpret_cast<const DrInput *>(rec)), 1u);
-    EXPECT_EQ(g_FusionInPos, pos);
-    EXPECT_EQ(g_tilt_calls, 0);
+    EXPECT_TRUE(g_FusionInPos == pos && g_tilt_calls == 0);
 
     DrCfg host = drlib::drcfg16470;
     const double code[3] = {1.001, 2.002, 2.999};

@@ -49,15 +49,25 @@ protected:
 };
 std::vector<simtest::Record> Driver::records_;
 
-TEST_F(Driver, BankStartsAtTheFirstWholeSecondWithMoreThanTenEntries) {
-    // records_[0] is at a whole second: record 10 is the 11th entry.
+// records_[0] is at a whole second: record 10 is the 11th entry. Starting
+// 100 ms later, the whole second comes with only 10 entries: the bank waits
+// for the next one. An undecided bank may run through the check at cycle 350
+// and is given up at the first after it, then restarted at the next second.
+TEST_F(Driver, BankStartsAfterTenEntriesAndIsGivenUpAfter350Cycles) {
     FeedRange(0, 10);
     EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
     FeedRange(10, 11);
+    EXPECT_TRUE(s_FltState == FLT_STATE_CONV && s_updcnt == 0u);
+    FeedRange(11, 361);
+    EXPECT_TRUE(s_FltState == FLT_STATE_CONV && s_updcnt == 350u);
+    FeedRange(361, 369);
+    s_updcnt = 350;  // so that the next whole second is cycle 351
+    FeedRange(369, 370);
     EXPECT_EQ(s_FltState, FLT_STATE_CONV);
-    EXPECT_EQ(s_updcnt, 0u);
-    // Starting 100 ms later, the whole second comes with only 10 entries: the
-    // bank waits for the next one.
+    FeedRange(370, 371);
+    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
+    FeedRange(371, 381);
+    EXPECT_TRUE(s_FltState == FLT_STATE_CONV && s_updcnt == 0u);
     DrlibInit(nullptr);
     FeedRange(1, 20);
     EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
@@ -65,22 +75,9 @@ TEST_F(Driver, BankStartsAtTheFirstWholeSecondWithMoreThanTenEntries) {
     EXPECT_EQ(s_FltState, FLT_STATE_CONV);
 }
 
-TEST_F(Driver, UndecidedBankIsGivenUpAfter350Cycles) {
-    FeedRange(0, 361);  // bank since record 10; the whole second at cycle 350 is still allowed
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
-    EXPECT_EQ(s_updcnt, 350u);
-    FeedRange(361, 369);
-    s_updcnt = 350;  // so that the next whole second is cycle 351
-    FeedRange(369, 370);
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
-    FeedRange(370, 371);
-    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
-    FeedRange(371, 381);  // restarted at the next whole second
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
-    EXPECT_EQ(s_updcnt, 0u);
-}
-
-TEST_F(Driver, AgreeingBankNeedsFiveWholeSecondChecks) {
+// An agreeing bank is promoted at the fifth whole-second check; two separate
+// clusters send it back to idle.
+TEST_F(Driver, AgreeingBankIsPromotedAtTheFifthCheckAndRivalsAreRefused) {
     FeedRange(0, 11);
     for (int i = 1; i < kBankSize; ++i) CopyMember(0, i);
     FeedRange(11, 60);  // four checks (records 20, 30, 40, 50)
@@ -88,15 +85,10 @@ TEST_F(Driver, AgreeingBankNeedsFiveWholeSecondChecks) {
     FeedRange(60, 61);
     EXPECT_EQ(s_FltState, FLT_STATE_MAIN);
     EXPECT_EQ(std::memcmp(NavMain.cbn, NavGp[0].cbn, sizeof NavMain.cbn), 0);
-}
-
-TEST_F(Driver, TwoSeparateClustersSendTheBankBackToIdle) {
+    DrlibInit(nullptr);
     FeedRange(0, 11);
-    // Cluster around member 0 and, half a turn away, around member 9.
-    CopyMember(0, 17);
-    CopyMember(0, 1);
-    CopyMember(9, 8);
-    CopyMember(9, 10);
+    for (int to : {17, 1}) CopyMember(0, to);  // a cluster around 0 and, half a turn away, around 9
+    for (int to : {8, 10}) CopyMember(9, to);
     FeedRange(11, 61);
     EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
 }

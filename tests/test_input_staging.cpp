@@ -66,20 +66,21 @@ protected:
     }
 };
 
-TEST_F(Staging, SampleSpacingLimitsAreInclusive) {
+// Spacing limits 2 and 18 ms inclusive, staging stopping at the offending
+// sample, also across the second; the first sample of a record is compared
+// with the last staged one only when a previous record exists.
+TEST_F(Staging, SampleSpacingLimitsAndTheFirstSample) {
     const struct { uint32_t gap_us; int32_t staged; } cases[] = {{2000, 1}, {1999, 0}, {18000, 1}, {18001, 0}};
     for (const auto &c : cases) {
         ResetImuRing();
         const Record r = MakeRecord(400000, 10, 4, c.gap_us);
         EXPECT_EQ(InputImuDataToBuf(&r.h), c.staged) << c.gap_us;
-        EXPECT_EQ(ImuDataWPos, c.staged ? 10u : 5u) << c.gap_us;  // stops at the offending sample
+        EXPECT_EQ(ImuDataWPos, c.staged ? 10u : 5u) << c.gap_us;
     }
     ResetImuRing();
     const Record wrap = MakeRecord(3969995, 8, 3, 5005);  // 3999995 then 4005000 across the second
     EXPECT_EQ(InputImuDataToBuf(&wrap.h), 1);
-}
-
-TEST_F(Staging, FirstSampleComparedOnlyWhenAPreviousRecordExists) {
+    ResetImuRing();
     ImuDataBuf[IMU_DATA_INDEX_MASK].time_us = 123456;  // stale slot "before" the empty ring
     const Record r = MakeRecord(400000), overlap = MakeRecord(480000), next = MakeRecord(500000);
     EXPECT_EQ(InputImuDataToBuf(&r.h), 1);
@@ -89,6 +90,9 @@ TEST_F(Staging, FirstSampleComparedOnlyWhenAPreviousRecordExists) {
     EXPECT_EQ(ImuDataWPos, 20u);
 }
 
+// A record that does not fit is refused before any sample is written; one
+// slot more is enough (63 of 64 filled); a count the ring could never hold is
+// refused even when it is empty.
 TEST_F(Staging, FullRingRejectsTheRecordWithoutWriting) {
     for (uint8_t n : {8, 12}) {
         for (ImuSample &s : ImuDataBuf) s.reserved = 0xABCDu;
@@ -98,15 +102,13 @@ TEST_F(Staging, FullRingRejectsTheRecordWithoutWriting) {
         EXPECT_EQ(InputImuDataToBuf(&r.h), 0) << int(n);
         EXPECT_EQ(ImuDataWPos - ImuDataRPos, 64u - n);
         for (const ImuSample &s : ImuDataBuf) ASSERT_EQ(s.reserved, 0xABCDu);
-        ImuDataWPos = ImuDataRPos + (63u - n);  // one slot more is enough: 63 of 64 filled
+        ImuDataWPos = ImuDataRPos + (63u - n);
         EXPECT_EQ(InputImuDataToBuf(&r.h), 1) << int(n);
-        EXPECT_EQ(ImuDataWPos - ImuDataRPos, 63u);
     }
-    ResetImuRing();  // a count the ring could never hold is refused even when it is empty
+    ResetImuRing();
     Record r = MakeRecord(0, 12);
     r.h.nsamples = 100;
-    EXPECT_EQ(InputImuDataToBuf(&r.h), 0);
-    EXPECT_EQ(ImuDataWPos, 0u);
+    EXPECT_TRUE(InputImuDataToBuf(&r.h) == 0 && ImuDataWPos == 0u);
 }
 
 TEST(RecordContinuity, SequenceAndEpochSpacing) {
@@ -140,8 +142,7 @@ TEST(Configuration, GyroBiasCodePresence) {
         EXPECT_EQ(g_BgFromCfg, c.present ? drcfg.gyro_bias_code : nullptr) << c.code[0] << " " << c.code[1];
     }
     LoadDrCfg(nullptr);
-    EXPECT_EQ(g_BgFromCfg, nullptr);
-    EXPECT_EQ(memcmp(&drcfg, &drcfg16470, sizeof drcfg), 0);
+    EXPECT_TRUE(g_BgFromCfg == nullptr && memcmp(&drcfg, &drcfg16470, sizeof drcfg) == 0);
 }
 
 }  // namespace

@@ -9,25 +9,22 @@ using kftest::Mat;
 TEST(KfMeasurementUpdate, MatchesTextbookFilterAndAccumulatesDx) {
     std::mt19937_64 rng(424242);
     std::uniform_real_distribution<double> u(-1.0, 1.0);
-    const int shapes[][2] = {{6, 3}, {12, 3}, {3, 3}, {9, 1}, {12, 2}};
-    for (const auto &shape : shapes) {
-        const int n = shape[0], m = shape[1];
-        for (int trial = 0; trial < 10; ++trial) {
-            double L[78], H[36], r[3], dx[12] = {};
-            kftest::random_factor(L, n, rng);
-            Mat Hm(m, n), P = kftest::covariance(L, n), want_dx(n, 1), got_dx(n, 1);
-            for (int i = 0; i < m * n; ++i) Hm.a[static_cast<size_t>(i)] = H[i] = u(rng);
-            for (int i = 0; i < m; ++i) r[i] = 0.01 + 0.05 * fabs(u(rng));
-            for (int call = 0; call < 2; ++call) {  // the second call adds to the same dx
-                double z[3];
-                for (int i = 0; i < m; ++i) z[i] = 0.2 * u(rng);
-                KFInnoInput(dx, L, H, z, r, n, m);
-                P = kftest::textbook_update(P, Hm, z, r, &want_dx);
-                got_dx.a.assign(dx, dx + n);
-                EXPECT_LT(kftest::rel_err(got_dx, want_dx), 1e-10) << n << "x" << m;
-                EXPECT_LT(kftest::rel_err(kftest::covariance(L, n), P), 1e-10) << n << "x" << m;
-                EXPECT_NEAR(get_kf_state_variance(L, n - 1), P(n - 1, n - 1), 1e-12);
-            }
+    for (int k = 0; k < 108; ++k) {  // every n = 1..12 with m = 1..3, three times each
+        const int n = 1 + k / 9, m = 1 + k / 3 % 3;
+        double L[78], H[36], r[3], dx[12] = {};
+        kftest::random_factor(L, n, rng);
+        Mat Hm(m, n), P = kftest::covariance(L, n), want_dx(n, 1), got_dx(n, 1);
+        for (int i = 0; i < m * n; ++i) Hm.a[static_cast<size_t>(i)] = H[i] = u(rng);
+        for (int i = 0; i < m; ++i) r[i] = 0.01 + 0.05 * fabs(u(rng));
+        for (int call = 0; call < 2; ++call) {  // the second call adds to the same dx
+            double z[3];
+            for (int i = 0; i < m; ++i) z[i] = 0.2 * u(rng);
+            KFInnoInput(dx, L, H, z, r, n, m);
+            P = kftest::textbook_update(P, Hm, z, r, &want_dx);
+            got_dx.a.assign(dx, dx + n);
+            EXPECT_LT(kftest::rel_err(got_dx, want_dx), 1e-10) << n << "x" << m;
+            EXPECT_LT(kftest::rel_err(kftest::covariance(L, n), P), 1e-10) << n << "x" << m;
+            EXPECT_NEAR(get_kf_state_variance(L, n - 1), P(n - 1, n - 1), 1e-12);
         }
     }
 }
@@ -43,45 +40,33 @@ const double kNoMove[3] = {0.0, 0.0, 0.0};
 
 }  // namespace
 
-// With only bias entries in dx (dpos = 0) position, velocity and attitude stay;
-// the biases move only when the filter carries their states.
-TEST(KfFeedback, ZeroNavigationCorrectionKeepsStateAndGatesBiases) {
-    double dx[12] = {};
+// The computed state carries a velocity error dv and an attitude error psi
+// (cbn = (I - [psi x]) cbn_true); dx holds them and bias increments, dpos = 0.
+// Feedback restores the true velocity and attitude, leaves the position and
+// the transport rate, and moves the biases only where the filter carries
+// their states.
+TEST(KfFeedback, RemovesKnownErrorsAndGatesBiases) {
+    const NavState truth = moving_nav();
+    const double psi[3] = {0.02, -0.015, 0.1}, minus_psi[3] = {-0.02, 0.015, -0.1}, dv[3] = {0.3, -0.1, 0.05};
+    double dx[12] = {dv[0], dv[1], dv[2], psi[0], psi[1], psi[2]}, q_err[4];
     for (int k = 0; k < 3; ++k) dx[6 + k] = 0.001 * (k + 1), dx[9 + k] = 2e-5 * (k + 1);
+    rotvec2quat(q_err, minus_psi);
     for (int n : {6, 9, 12}) {
-        NavState nav = moving_nav();
-        const NavState before = nav;
+        NavState nav = truth;
+        quat_prod(nav.qbn, q_err, truth.qbn);
+        quat2dcm(nav.cbn, nav.qbn);
+        for (int k = 0; k < 3; ++k) nav.v_n[k] += dv[k];
         KfFilter flt = kftest::make_filter(n, nullptr);
         flt.acc_bias[0] = 0.01, flt.gyro_bias[0] = -1e-4;
         KFStateFeedback(&flt, &nav, dx, kNoMove);
         EXPECT_EQ(flt.acc_bias[0], n > 8 ? 0.01 + dx[6] : 0.01) << n;
         EXPECT_EQ(flt.gyro_bias[2], n > 11 ? dx[11] : 0.0) << n;
+        for (int k = 0; k < 9; ++k) EXPECT_NEAR(nav.cbn[k], truth.cbn[k], 1e-12);
         for (int k = 0; k < 3; ++k) {
-            EXPECT_EQ(nav.llh[k], before.llh[k]);
-            EXPECT_EQ(nav.v_n[k], before.v_n[k]);
-            EXPECT_NEAR(nav.rph[k], before.rph[k], 1e-14);
-            EXPECT_NEAR(nav.wen_n[k], before.wen_n[k], 1e-20);
+            EXPECT_TRUE(nav.llh[k] == truth.llh[k] && std::fabs(nav.v_n[k] - truth.v_n[k]) < 1e-14) << k;
+            EXPECT_NEAR(nav.wen_n[k], truth.wen_n[k], 1e-20);
         }
-        for (int k = 0; k < 9; ++k) EXPECT_NEAR(nav.cbn[k], before.cbn[k], 1e-15);
     }
-}
-
-TEST(KfFeedback, RemovesKnownVelocityAndAttitudeErrors) {
-    const NavState truth = moving_nav();
-    NavState nav = truth;
-    // The computed attitude carries the error psi: cbn = (I - [psi x]) cbn_true.
-    const double psi[3] = {0.02, -0.015, 0.1}, minus_psi[3] = {-0.02, 0.015, -0.1};
-    const double dv[3] = {0.3, -0.1, 0.05};  // computed minus true, m/s
-    double q_err[4];
-    rotvec2quat(q_err, minus_psi);
-    quat_prod(nav.qbn, q_err, truth.qbn);
-    quat2dcm(nav.cbn, nav.qbn);
-    for (int k = 0; k < 3; ++k) nav.v_n[k] += dv[k];
-    KfFilter flt = kftest::make_filter(6, nullptr);
-    const double dx[6] = {dv[0], dv[1], dv[2], psi[0], psi[1], psi[2]};
-    KFStateFeedback(&flt, &nav, dx, kNoMove);
-    for (int k = 0; k < 9; ++k) EXPECT_NEAR(nav.cbn[k], truth.cbn[k], 1e-12);
-    for (int k = 0; k < 3; ++k) EXPECT_NEAR(nav.v_n[k], truth.v_n[k], 1e-14);
 }
 
 TEST(KfFeedback, PositionResetMovesTheFrameWithIt) {
@@ -94,10 +79,9 @@ TEST(KfFeedback, PositionResetMovesTheFrameWithIt) {
     EXPECT_NEAR(nav.llh[0], before.llh[0] - 2.0 / (before.rm + h), 1e-16);
     EXPECT_NEAR(nav.llh[1], before.llh[1] + 3.0 / ((before.rn + h) * before.cos_lat), 1e-16);
     EXPECT_NEAR(nav.llh[2], h + 0.5, 1e-12);
-    double ll[3] = {0.0, 0.0, 0.0};  // the moved qne describes the moved position
-    cne2llh(ll, nav.cne);
-    EXPECT_NEAR(ll[0], nav.llh[0], 1e-12);
-    EXPECT_NEAR(ll[1], nav.llh[1], 1e-12);
+    double cne[9];  // the moved frame is the north-east-down frame of the moved position
+    llh2cne(cne, nav.llh);
+    for (int k = 0; k < 9; ++k) EXPECT_NEAR(nav.cne[k], cne[k], 1e-12) << k;
     double v_e0[3], v_e1[3];  // velocity keeps its direction in the Earth frame
     mtx_mul_vect_3d(v_e0, before.cne, before.v_n);
     mtx_mul_vect_3d(v_e1, nav.cne, nav.v_n);

@@ -1,6 +1,6 @@
 // Factorisations of the square-root filter core, checked by rebuilding or
-// inverting their input, and the measurement update chain against the dense
-// Kalman equations.
+// inverting their input (the measurement update chain built on them is checked
+// against the textbook Kalman filter in test_kf_update).
 #include <algorithm>
 
 #include "matrix_test_util.h"
@@ -35,25 +35,15 @@ TEST(LqDecompose, FactorReproducesAAt) {
         }
 }
 
-TEST(LqDecompose, DiagonalTakesTheOppositeSignOfThePivot) {
-    EXPECT_EQ(lq({3.0, 4.0, 12.0}, 1, 3)[0], -13.0);
-    EXPECT_EQ(lq({-3.0, 4.0, 12.0}, 1, 3)[0], 13.0);
-    EXPECT_EQ(lq({0.0, 4.0, 3.0}, 1, 3)[0], 5.0);  // a zero pivot takes the positive side
-    std::mt19937 rng(12);
-    for (int trial = 0; trial < 20; ++trial) {
-        const Mat A = random_dense(rng, 4, 8);
-        const double norm = std::sqrt(gram(Mat(A.begin(), A.begin() + 8), 1, 8)[0]);
-        EXPECT_NEAR(lq(A, 4, 8)[0], A[0] > 0.0 ? -norm : norm, 1e-14);
-    }
-}
-
-TEST(LqDecompose, RankDeficientRowGetsZeroDiagonalWithoutNaN) {
-    // Row 1 = 2 * row 0, and separately an all-zero middle row.
-    const Mat A = {1.0, 0.0, 0.0, 2.0, 0.0, 0.0};
-    const Mat B = {1.0, 2.0, 0.5, 0.0, 0.0, 0.0, 0.0, 1.0, 3.0};
+// The diagonal takes the opposite sign of the pivot (a zero pivot the
+// positive side); a rank-deficient row (2 x row 0, or all zeros) gets a zero
+// diagonal without NaN.
+TEST(LqDecompose, DiagonalSignAndRankDeficientRows) {
+    EXPECT_TRUE(lq({3.0, 4.0, 12.0}, 1, 3)[0] == -13.0 && lq({-3.0, 4.0, 12.0}, 1, 3)[0] == 13.0);
+    EXPECT_EQ(lq({0.0, 4.0, 3.0}, 1, 3)[0], 5.0);
+    const Mat A = {1.0, 0.0, 0.0, 2.0, 0.0, 0.0}, B = {1.0, 2.0, 0.5, 0.0, 0.0, 0.0, 0.0, 1.0, 3.0};
     const Mat LA = lq(A, 2, 3), LB = lq(B, 3, 3);
-    EXPECT_EQ(LA[2], 0.0);
-    EXPECT_EQ(LB[2], 0.0);
+    EXPECT_TRUE(LA[2] == 0.0 && LB[2] == 0.0);
     EXPECT_TRUE(all_near(factor_product(LA, 2), gram(A, 2, 3), 1e-15));
     EXPECT_TRUE(all_near(factor_product(LB, 3), gram(B, 3, 3), 1e-14));
 }
@@ -126,37 +116,4 @@ TEST(ClearOffDiagL, ZeroesRowAndColumnOfOneState) {
             for (int j = 0; j <= i; ++j)
                 EXPECT_EQ(L[tri(i) + j], i != j && (i == k || j == k) ? 0.0 : 1 + tri(i) + j) << k;
     }
-}
-
-// Array form of the measurement update: [[R^1/2, H L], [0, L]] triangularised,
-// then the gain from the inverse innovation factor. It must satisfy the
-// textbook K (H P H^T + R) = P H^T and P+ = P - K H P.
-TEST(UpdateChains, MeasurementUpdateMatchesKalmanEquations) {
-    std::mt19937 rng(31);
-    std::uniform_real_distribution<double> sd(0.1, 2.0);
-    for (int n = 1; n <= 12; ++n)
-        for (int m = 1; m <= 3; ++m) {
-            const int N = m + n;
-            const Mat L = random_factor(rng, n), H = random_dense(rng, m, n);
-            Mat r(m), E(N * N, 0.0);
-            for (int i = 0; i < m; ++i) E[i * N + i] = r[i] = sd(rng);
-            CalcHL2EM(E.data(), H.data(), L.data(), m, n);
-            for (int i = 0; i < n; ++i)
-                for (int j = 0; j <= i; ++j) E[(m + i) * N + m + j] = L[tri(i) + j];
-            const Mat Lc = lq(E, N, N);
-            Mat X(tri(m)), K(n * m);
-            InvL(X.data(), Lc.data(), m);
-            CalcK_fromEM(K.data(), Lc.data(), X.data(), n, m);
-
-            const Mat P = factor_product(L, n), PHt = mul(P, transpose(H, m, n), n, n, m);
-            Mat S = mul(H, PHt, m, n, m);
-            for (int i = 0; i < m; ++i) S[i * m + i] += r[i] * r[i];
-            EXPECT_TRUE(all_near(mul(K, S, n, m, m), PHt, 1e-11)) << n << "," << m;
-
-            Mat Lp(tri(n)), P_ref = mul(K, transpose(PHt, n, m), n, m, n);
-            for (int i = 0; i < n; ++i)
-                for (int j = 0; j <= i; ++j) Lp[tri(i) + j] = Lc[tri(m + i) + m + j];
-            for (size_t i = 0; i < P.size(); ++i) P_ref[i] = P[i] - P_ref[i];
-            EXPECT_TRUE(all_near(factor_product(Lp, n), P_ref, 1e-11)) << n << "," << m;
-        }
 }

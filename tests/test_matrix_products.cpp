@@ -1,5 +1,7 @@
 // Matrix products against plain dense loops at every small size, where index,
 // remainder and bound errors hide.
+#include <functional>
+
 #include "matrix_test_util.h"
 
 using namespace mtest;
@@ -21,11 +23,10 @@ TEST(DenseProducts, GeneralProductsMatchPlainLoopsAtEverySize) {
         for (int n = 0; n <= 5; ++n)
             for (int p = 0; p <= 5; ++p)
                 for (int form = 0; form < 3; ++form) {
-                    Mat out(26, kSentinel);
+                    Mat out(26, kSentinel), want(26, kSentinel);
                     if (form == 0) mtx_mul_mtx(out.data(), a.data(), b.data(), m, n, p);
                     if (form == 1) mtx_mul_mtxt(out.data(), a.data(), b.data(), m, n, p);
                     if (form == 2) mtxt_mul_mtx(out.data(), a.data(), b.data(), n, m, p);
-                    Mat want(26, kSentinel);
                     for (int i = 0; i < m; ++i)
                         for (int j = 0; j < p; ++j) {
                             want[i * p + j] = 0.0;
@@ -37,69 +38,55 @@ TEST(DenseProducts, GeneralProductsMatchPlainLoopsAtEverySize) {
                 }
 }
 
-TEST(ProductKernels, TriangularAndSymmetricOperands) {
+// Each packed kernel against the dense product of its unpacked operands:
+// triangular L, symmetric S, dense N, M, H and a diagonal w, every size pair.
+TEST(ProductKernels, PackedAndDenseOperandsAtEverySize) {
     std::mt19937 rng(51);
     for (int n = 1; n <= kMaxDim; ++n) {
         const Mat L = random_factor(rng, n), Ld = unpack_lower(L, n), Lt = transpose(Ld, n, n);
-        const Mat S = random_dense(rng, 1, tri(n)), Sd = unpack_sym(S, n);
+        const Mat S = random_dense(rng, 1, tri(n)), Sd = unpack_sym(S, n), d = random_dense(rng, 1, n);
         for (int p = 1; p <= kMaxDim; ++p) {
             const Mat Npn = random_dense(rng, p, n), Nnp = random_dense(rng, n, p), Tnp = transpose(Nnp, n, p);
-            Mat o(n * p, kSentinel);
-            CalcNL(o.data(), Npn.data(), L.data(), p, n);
-            EXPECT_TRUE(all_near(o, mul(Npn, Ld, p, n, n), kTol)) << "CalcNL " << p << "," << n;
-            CalcNtL(o.data(), Nnp.data(), L.data(), p, n);
-            EXPECT_TRUE(all_near(o, mul(Tnp, Ld, p, n, n), kTol)) << "CalcNtL";
-            CalcLN(o.data(), L.data(), Nnp.data(), n, p);
-            EXPECT_TRUE(all_near(o, mul(Ld, Nnp, n, n, p), kTol)) << "CalcLN";
-            CalcSN(o.data(), S.data(), Nnp.data(), n, p);
-            EXPECT_TRUE(all_near(o, mul(Sd, Nnp, n, n, p), kTol)) << "CalcSN";
-            CalcSNt(o.data(), S.data(), Npn.data(), n, p);
-            EXPECT_TRUE(all_near(o, mul(Sd, transpose(Npn, p, n), n, n, p), kTol)) << "CalcSNt";
-            CalcNS(o.data(), Npn.data(), S.data(), p, n);
-            EXPECT_TRUE(all_near(o, mul(Npn, Sd, p, n, n), kTol)) << "CalcNS";
-            CalcNtS(o.data(), Nnp.data(), S.data(), p, n);
-            EXPECT_TRUE(all_near(o, mul(Tnp, Sd, p, n, n), kTol)) << "CalcNtS";
+            const Mat Mnp = random_dense(rng, n, p), w = random_dense(rng, 1, n);
+            const struct { const char *name; std::function<void(double *)> run; Mat want; } cases[] = {
+                {"CalcNL", [&](double *o) { CalcNL(o, Npn.data(), L.data(), p, n); }, mul(Npn, Ld, p, n, n)},
+                {"CalcNtL", [&](double *o) { CalcNtL(o, Nnp.data(), L.data(), p, n); }, mul(Tnp, Ld, p, n, n)},
+                {"CalcLN", [&](double *o) { CalcLN(o, L.data(), Nnp.data(), n, p); }, mul(Ld, Nnp, n, n, p)},
+                {"CalcSN", [&](double *o) { CalcSN(o, S.data(), Nnp.data(), n, p); }, mul(Sd, Nnp, n, n, p)},
+                {"CalcSNt", [&](double *o) { CalcSNt(o, S.data(), Npn.data(), n, p); }, mul(Sd, transpose(Npn, p, n), n, n, p)},
+                {"CalcNS", [&](double *o) { CalcNS(o, Npn.data(), S.data(), p, n); }, mul(Npn, Sd, p, n, n)},
+                {"CalcNtS", [&](double *o) { CalcNtS(o, Nnp.data(), S.data(), p, n); }, mul(Tnp, Sd, p, n, n)},
+                {"CalcNM2S", [&](double *o) { CalcNM2S(o, Npn.data(), Mnp.data(), p, n); }, pack_lower(mul(Npn, Mnp, p, n, p), p)},
+                {"CalcNMt2S", [&](double *o) { CalcNMt2S(o, Npn.data(), transpose(Mnp, n, p).data(), p, n); },
+                 pack_lower(mul(Npn, Mnp, p, n, p), p)},
+                {"CalcHHt2S", [&](double *o) { CalcHHt2S(o, Npn.data(), p, n); }, pack_lower(gram(Npn, p, n), p)},
+                {"CalcHtH2S", [&](double *o) { CalcHtH2S(o, Nnp.data(), n, p); }, pack_lower(gram(Tnp, p, n), p)},
+                {"CalcHW", [&](double *o) { CalcHW(o, Npn.data(), w.data(), p, n); }, mul(Npn, diag(w), p, n, n)},
+                {"CalcHtW", [&](double *o) { CalcHtW(o, Nnp.data(), w.data(), p, n); }, mul(Tnp, diag(w), p, n, n)},
+            };
+            for (const auto &c : cases) {
+                Mat o(c.want.size() + 1, kSentinel);
+                c.run(o.data());
+                EXPECT_TRUE(all_near(Mat(o.begin(), o.end() - 1), c.want, kTol)) << c.name << " " << p << "," << n;
+                EXPECT_EQ(o.back(), kSentinel) << c.name;
+            }
         }
-        Mat o(tri(n), kSentinel);
+        Mat o(tri(n), kSentinel), ps(tri(4));
         CalcLLt2S(o.data(), L.data(), n);
         EXPECT_TRUE(all_near(o, pack_lower(mul(Ld, Lt, n, n, n), n), kTol)) << "CalcLLt2S";
-        const Mat d = random_dense(rng, 1, n);
         CalcLtDL2S(o.data(), L.data(), d.data(), n);
         EXPECT_TRUE(all_near(o, pack_lower(mul(Lt, mul(diag(d), Ld, n, n, n), n, n, n), n), kTol)) << "CalcLtDL2S";
         // A permutation with a repeat and a subset selects from the symmetric matrix.
         const int32_t perm[4] = {n - 1, 0, n - 1, n / 2};
-        Mat ps(tri(4));
         CalcPtSP2S(ps.data(), S.data(), perm, 4);
         for (int i = 0; i < 4; ++i)
             for (int j = 0; j <= i; ++j) EXPECT_EQ(ps[tri(i) + j], Sd[perm[i] * n + perm[j]]);
     }
 }
 
-TEST(ProductKernels, DenseOperands) {
-    std::mt19937 rng(52);
-    for (int r = 1; r <= kMaxDim; ++r)
-        for (int c = 1; c <= kMaxDim; ++c) {
-            const Mat N = random_dense(rng, r, c), M = random_dense(rng, c, r), Mt = transpose(M, c, r);
-            const Mat w = random_dense(rng, 1, c), Hcr = random_dense(rng, c, r);
-            Mat o(tri(r), kSentinel), oc(tri(c), kSentinel), od(r * c, kSentinel);
-            CalcNM2S(o.data(), N.data(), M.data(), r, c);
-            EXPECT_TRUE(all_near(o, pack_lower(mul(N, M, r, c, r), r), kTol)) << "CalcNM2S";
-            CalcNMt2S(o.data(), N.data(), Mt.data(), r, c);
-            EXPECT_TRUE(all_near(o, pack_lower(mul(N, M, r, c, r), r), kTol)) << "CalcNMt2S";
-            CalcHHt2S(o.data(), N.data(), r, c);
-            EXPECT_TRUE(all_near(o, pack_lower(gram(N, r, c), r), kTol)) << "CalcHHt2S";
-            CalcHtH2S(oc.data(), N.data(), r, c);
-            EXPECT_TRUE(all_near(oc, pack_lower(gram(transpose(N, r, c), c, r), c), kTol)) << "CalcHtH2S";
-            CalcHW(od.data(), N.data(), w.data(), r, c);
-            EXPECT_TRUE(all_near(od, mul(N, diag(w), r, c, c), kTol)) << "CalcHW";
-            CalcHtW(od.data(), Hcr.data(), w.data(), r, c);
-            EXPECT_TRUE(all_near(od, mul(transpose(Hcr, c, r), diag(w), r, c, c), kTol)) << "CalcHtW";
-        }
-}
-
 // The left half of the time update's [A L | G]: CalcAL2EM writes it at every
 // size, CalcBL2EM adds it from a block list (CalcHL2EM is checked through the
-// measurement update chain).
+// measurement update).
 TEST(ExtendedMatrixKernels, DenseAndBlockListProducts) {
     std::mt19937 rng(55);
     auto expect_left_half = [](const Mat &E, const Mat &before, const Mat &AL, bool add, int n) {
@@ -110,8 +97,7 @@ TEST(ExtendedMatrixKernels, DenseAndBlockListProducts) {
             }
     };
     for (int n = 1; n <= 12; ++n) {
-        const Mat L = random_factor(rng, n), A = random_dense(rng, n, n);
-        const Mat before = random_dense(rng, n, 2 * n);
+        const Mat L = random_factor(rng, n), A = random_dense(rng, n, n), before = random_dense(rng, n, 2 * n);
         Mat E = before;
         CalcAL2EM(E.data(), A.data(), L.data(), n);
         expect_left_half(E, before, mul(A, unpack_lower(L, n), n, n, n), false, n);

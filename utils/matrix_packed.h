@@ -41,7 +41,8 @@ inline f64x2 splat2(double x) { return f64x2{x, x}; }
 // lq_decompose for a matrix whose row i holds only zeros from column
 // row_end[i] on when its turn comes (row_end non-decreasing): the reflection
 // vector is zero there and leaves those columns of every row as they are, so
-// the same factor comes out without the products with those zeros.
+// the products with those zeros can be left out. The factor is lq_decompose's
+// to rounding: its sums run over fewer terms, so not always bit for bit.
 void lq_decompose_reach(double *L, double *A, int32_t n, int32_t m, double *work,
                         const int32_t *row_end);
 

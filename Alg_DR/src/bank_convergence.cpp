@@ -15,7 +15,6 @@ constexpr double kClusterSeparation_rad = 0.1308996938995747;    // 7.5 deg
 constexpr double kNoScore_rad = 100.0;  // above any sum of two rotation angles
 constexpr uint8_t kConvergedCount = 4;   // a counter above this settles the bank
 constexpr uint8_t kCompetitorCount = 2;  // a counter above this marks a rival cluster
-constexpr uint8_t kCountCeiling = 255;
 
 constexpr int32_t kNotConverged = -1;
 constexpr int32_t kAmbiguous = -2;
@@ -29,10 +28,11 @@ double attitude_gap(int a, int b) {
 
 // Counters rise by one per call while both neighbours agree and decay by one
 // otherwise, so one agreeing second cannot settle the bank and one outlier
-// cannot undo a persistent agreement.
+// cannot undo a persistent agreement. An 8-bit counter wraps after 255 rises;
+// the driver ends a bank long before (35 calls).
 void count_agreement(uint8_t *count, double gap_lower, double gap_upper) {
     if (gap_lower < kNeighbourAgreement_rad && gap_upper < kNeighbourAgreement_rad) {
-        if (*count < kCountCeiling) ++*count;
+        ++*count;
     } else if (*count > 0u) {
         --*count;
     }

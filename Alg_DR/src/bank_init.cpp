@@ -8,33 +8,31 @@
 #include <math.h>
 #include <string.h>
 
+#include "dr_common_rates.h"
+#include "dr_consts.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "dr_options.h"
 #include "drlib_toolkit.h"
 #include "kf_dims.h"
+#include "matrix_packed.h"
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
-constexpr double kTwoPi = 6.283185307179586;
+using drlib::kEntryIncrements;
+using drlib::kIncrementsPerSecond;
+using drlib::kPi;
+using drlib::kTwoPi;
 
 // 0.5 s of history: five entries of ten 0.01 s increments each.
 constexpr int kForceEntries = 5;
-constexpr int kSlotsPerEntry = 10;
 constexpr double kPerHalfSecond = 2.0;   // 1 / 0.5 s
-constexpr double kStepsPerSecond = 100.0;  // 1 / 0.01 s
 
 // A body at rest or in gentle motion feels about 1 g; GNSS and the IMU must
 // see the same magnitude, else one of them saw a manoeuvre the other missed.
 constexpr double kMinSpecificForce_mps2 = 6.0;
 constexpr double kMaxSpecificForce_mps2 = 14.0;
 constexpr double kMaxForceMismatch_mps2 = 0.2;
-
-// Below this sine of the angle between f_b and -f_n the direction of
-// f_b x f_n is lost in rounding (its error grows as eps / angle), so the
-// near-opposed case is built as an exact half-turn and a small residual turn.
-constexpr double kOpposedSinLimit = 1e-8;
 
 constexpr double kSeedVelStd_mps = 0.1;
 constexpr double kSeedAttStd_rad = 0.5235987755982988;  // 30 deg: nothing known but the levelling
@@ -46,7 +44,7 @@ void mean_specific_force_b(double *f_b, uint32_t newest_pos) {
     double sum[3] = {0.0, 0.0, 0.0};  // m/s over 0.5 s
     for (int back = kForceEntries - 1; back >= 0; --back) {
         const FusionIn &entry = GET_FUSION_IN(newest_pos, -back);
-        for (int slot = 1; slot <= kSlotsPerEntry; ++slot) {
+        for (int slot = 1; slot <= kEntryIncrements; ++slot) {
             for (int c = 0; c < 3; ++c) sum[c] += entry.dvel[slot][c];
         }
     }
@@ -59,34 +57,12 @@ bool specific_forces_agree(double f_b_norm, double f_n_norm) {
            f_n_norm <= f_b_norm + kMaxForceMismatch_mps2;
 }
 
-// Turn of angle asin(|c| / (|a| |b|)) about c = a x b (the smaller of the two
-// turns with that sine, or the larger when 'obtuse'); identity for c = 0.
-void turn_about_cross(double *q, const double *a, const double *b, double ab_norms, bool obtuse) {
-    double c[3];
-    cross_prod(c, a, b);
-    const double c_norm = absvect3d(c);
-    if (c_norm == 0.0) {
-        q[0] = 1.0;
-        q[1] = q[2] = q[3] = 0.0;
-        return;
-    }
-    double sin_angle = c_norm / ab_norms;
-    if (sin_angle > 1.0) sin_angle = 1.0;  // rounding at right angles would give asin a NaN
-    double angle = asin(sin_angle);
-    if (obtuse) angle = kPi - angle;
-    double rotvec[3];
-    for (int k = 0; k < 3; ++k) rotvec[k] = c[k] * (angle / c_norm);
-    rotvec2quat(q, rotvec);
-}
-
-// f_b (nearly) opposite to f_n. The half-turn is about the coordinate axis
-// least aligned with f_b, with its f_b component removed: perpendicular to
-// f_b and hence horizontal. With the IMU z axis along a vertical pole this is
-// the x axis, so the levelled attitude is a roll of pi. The residual turn
-// takes -f_b onto f_n; those two are nearly parallel, where the turn is well
-// conditioned.
-void opposed_levelling_quat(double *q, const double *f_b, const double *f_n, double f_b_norm,
-                            double f_n_norm) {
+// f_b exactly opposite to f_n (f_b x f_n = 0 with f_b . f_n < 0), where the
+// cross product gives no axis: a half-turn about the coordinate axis least
+// aligned with f_b, its f_b component removed, hence perpendicular to f_b.
+// With the IMU z axis along a vertical pole this is the x axis, so the
+// levelled attitude is a roll of pi.
+void half_turn_off_axis(double *q, const double *f_b, double f_b_norm) {
     double dir_b[3];
     for (int k = 0; k < 3; ++k) dir_b[k] = f_b[k] / f_b_norm;
     int least = 0;
@@ -97,28 +73,36 @@ void opposed_levelling_quat(double *q, const double *f_b, const double *f_n, dou
     axis[least] = 1.0;
     for (int k = 0; k < 3; ++k) axis[k] -= dir_b[least] * dir_b[k];
     const double axis_norm = absvect3d(axis);  // >= sqrt(2/3): the least-aligned axis is far from f_b
-    const double half_turn[4] = {0.0, axis[0] / axis_norm, axis[1] / axis_norm,
-                                 axis[2] / axis_norm};
-
-    const double reversed_b[3] = {-f_b[0], -f_b[1], -f_b[2]};
-    double residual[4];
-    turn_about_cross(residual, reversed_b, f_n, f_b_norm * f_n_norm, false);
-    quat_prod(q, residual, half_turn);
+    q[0] = 0.0;
+    for (int k = 0; k < 3; ++k) q[k + 1] = axis[k] / axis_norm;
 }
 
-// Rotation that takes f_b onto f_n: about their common normal, by their angle.
+// Rotation that takes f_b onto f_n: about their common normal c = f_b x f_n,
+// by their angle asin(|c| / (|f_b| |f_n|)), or pi minus it when the angle is
+// obtuse. Only for c exactly 0 is the axis undefined: the identity for
+// parallel forces, a half-turn for opposed ones.
 void levelling_quat(double *q, const double *f_b, const double *f_n, double f_b_norm,
                     double f_n_norm) {
     const bool obtuse = dotvect3d(f_n, f_b) < 0.0;
-    if (obtuse) {
-        double c[3];
-        cross_prod(c, f_b, f_n);
-        if (absvect3d(c) / (f_b_norm * f_n_norm) < kOpposedSinLimit) {
-            opposed_levelling_quat(q, f_b, f_n, f_b_norm, f_n_norm);
-            return;
+    double c[3];
+    cross_prod(c, f_b, f_n);
+    const double c_norm = absvect3d(c);
+    if (c_norm == 0.0) {
+        if (obtuse) {
+            half_turn_off_axis(q, f_b, f_b_norm);
+        } else {
+            q[0] = 1.0;
+            q[1] = q[2] = q[3] = 0.0;
         }
+        return;
     }
-    turn_about_cross(q, f_b, f_n, f_b_norm * f_n_norm, obtuse);
+    double sin_angle = c_norm / (f_b_norm * f_n_norm);
+    if (sin_angle > 1.0) sin_angle = 1.0;  // rounding at right angles would give asin a NaN
+    double angle = asin(sin_angle);
+    if (obtuse) angle = kPi - angle;
+    double rotvec[3];
+    for (int k = 0; k < 3; ++k) rotvec[k] = c[k] * (angle / c_norm);
+    rotvec2quat(q, rotvec);
 }
 
 void seed_bank_filter(KfFilter *flt, uint32_t pos_index) {
@@ -130,7 +114,7 @@ void seed_bank_filter(KfFilter *flt, uint32_t pos_index) {
     }
     memset(flt->L, 0, sizeof flt->L);
     for (int i = 0; i < kKfBankStates; ++i) {
-        flt->L[gk_L_start[i] + i] = i < kVelStates ? kSeedVelStd_mps : kSeedAttStd_rad;
+        flt->L[drlib::packed_index(i, i)] = i < kVelStates ? kSeedVelStd_mps : kSeedAttStd_rad;
     }
 }
 
@@ -153,14 +137,6 @@ void seed_hypothesis(int i, const double *q_lev, const double *force_dir_n, cons
     SetImuVelFromGnss(nav, vel_e, w_ib);
     if (i > 0) memcpy(nav->acc_n, NavGp[0].acc_n, sizeof nav->acc_n);
     seed_bank_filter(&FltGp[i], newest.pos_index);
-}
-
-// Transport rate (rad/s, n) of the velocity v_n (m/s, n) at the state's position.
-void transport_rate(double *w_en, const NavState *nav, const double *v_n) {
-    const double h = nav->llh[2];  // m
-    w_en[0] = v_n[1] / (nav->rn + h);
-    w_en[1] = -v_n[0] / (nav->rm + h);
-    w_en[2] = -v_n[1] * nav->sin_lat / (nav->cos_lat * (nav->rn + h));
 }
 
 }  // namespace
@@ -192,7 +168,7 @@ DRLIB_API void InitParelFilter(uint32_t newest_pos) {
     const double gravity_mps2 = local_gravity_v2(sin(llh_g[0]), llh_g[2]);
     const double f_n[3] = {a_n[0], a_n[1], a_n[2] - gravity_mps2};
     double w_ib[3];  // rad/s, body
-    for (int c = 0; c < 3; ++c) w_ib[c] = newest.dtheta[kSlotsPerEntry][c] * kStepsPerSecond;
+    for (int c = 0; c < 3; ++c) w_ib[c] = newest.dtheta[kEntryIncrements][c] * kIncrementsPerSecond;
     memcpy(NavGp[0].acc_n, a_n, sizeof a_n);
 
     const double f_b_norm = absvect3d(f_b);
@@ -240,21 +216,10 @@ DRLIB_API void SetImuPosFromGnss(NavState *nav, const double *pos_e) {
 DRLIB_API void SetImuVelFromGnss(NavState *nav, const double *vel_e, const double *w_ib) {
     double v_g[3];  // antenna velocity, m/s, n
     mtxt_mul_vect_3d(v_g, nav->cne, vel_e);
-    transport_rate(nav->wen_n, nav, v_g);
-
-    double w_in[3];  // rad/s, n
-    for (int k = 0; k < 3; ++k) w_in[k] = nav->wie_n[k] + nav->wen_n[k];
-    double w_in_b[3];  // rad/s, body
-    mtxt_mul_vect_3d(w_in_b, nav->cbn, w_in);
-    double w_nb[3];  // rad/s, body
-    for (int k = 0; k < 3; ++k) w_nb[k] = w_ib[k] - w_in_b[k];
-
-    double lever_rate_b[3];  // m/s, body
-    cross_prod(lever_rate_b, w_nb, g_level_arm_b);
     double lever_rate_n[3];  // m/s
-    mtx_mul_vect_3d(lever_rate_n, nav->cbn, lever_rate_b);
+    drlib::lever_arm_velocity(lever_rate_n, nav, v_g, w_ib);
     for (int k = 0; k < 3; ++k) nav->v_n[k] = v_g[k] + lever_rate_n[k];
-    transport_rate(nav->wen_n, nav, nav->v_n);
+    drlib::transport_rate(nav->wen_n, nav->v_n, nav);
 }
 
 }  // extern "C"

@@ -3,13 +3,14 @@
 // vectors. qbn maps body to n, so cbn = Rz(heading) Ry(pitch) Rx(roll).
 #include <math.h>
 
+#include "dr_consts.h"
 #include "drlib_toolkit.h"
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
+using drlib::kPi;
+using drlib::kTwoPi;
 constexpr double kPiSquared = 9.869604401089358;
-constexpr double kTwoPi = 6.283185307179586;
 // Floor on the length of the cbn row that carries roll: keeps the pitch
 // finite at gimbal lock (pitch then tops out at atan(1e5), 89.99943 deg).
 constexpr double kMinRollRowNorm = 1e-5;

@@ -68,9 +68,11 @@ bool IsNearTenthSecond(uint32_t tow_ms) {
 }
 
 bool IsKnownPosType(uint8_t t) {
-    const uint8_t kind = static_cast<uint8_t>(t & 0xF0u);
-    const uint8_t grade = static_cast<uint8_t>(t & 0x0Fu);
-    return (kind == 0x10u || kind == 0x20u || kind == 0x30u) && grade <= 2u;
+    static constexpr uint8_t kKnown[] = {0x10u, 0x11u, 0x12u, 0x20u, 0x21u, 0x22u, 0x30u, 0x31u, 0x32u};
+    for (const uint8_t known : kKnown) {
+        if (t == known) return true;
+    }
+    return false;
 }
 
 bool IsKnownVelType(uint8_t vel_type, uint8_t pos_type) {

@@ -6,8 +6,9 @@
 
 #include "drlib_toolkit.h"
 
-// 64 samples: five epochs of a 100 Hz IMU, enough to hold one record while the
-// sample before the next epoch's first grid point is kept back.
+// 64 samples: a record of at most 12 on top of the samples the resampler keeps
+// back for the next grid points (the last 60 ms or so, and the one before),
+// with a wide margin; a power of two, so that the index is masked.
 constexpr uint32_t IMU_DATA_BUF_LEN = 64;
 constexpr uint32_t IMU_DATA_INDEX_MASK = IMU_DATA_BUF_LEN - 1u;
 static_assert((IMU_DATA_BUF_LEN & IMU_DATA_INDEX_MASK) == 0, "ring length must be a power of two");

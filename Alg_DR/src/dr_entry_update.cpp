@@ -3,6 +3,7 @@
 // used, or that does not continue the previous one, starts everything afresh.
 #include <string.h>
 
+#include "dr_consts.h"
 #include "dr_entry.h"
 #include "dr_entry_api.h"
 #include "dr_global_var.h"
@@ -12,35 +13,39 @@ namespace {
 
 constexpr uint32_t kResultProcessed = 0;
 constexpr uint32_t kResultRejected = 1;
-constexpr uint8_t kSlotsPerEpoch = 10;
 // The first entries after a reset may be short while the sample ring fills
-// up to the resampling grid; from the fourth on every slot must be there.
+// up to the resampling grid; from the fourth on every increment must be there.
 constexpr uint32_t kEntriesBeforeSlotCheck = 2;
 
-uint32_t DiscardHistoryAndReset() {
+// A rejected or discontinuous record: the next one starts a new run.
+void DiscardHistoryAndReset() {
     drlib::BreakFusionIn();
     drlib::ResetImuRing();
     DrFusionReset();
-    return kResultRejected;
 }
 
-// Links the new entry to the newest one; false when it does not continue it.
-bool ContinueHistory(const DrInput *rec, FusionIn &entry) {
+// Whether the new entry continues the newest one of the history.
+bool ContinuesHistory(const DrInput *rec, const FusionIn &entry) {
     if (g_FusionInNum == 0u) {
-        return true;  // first entry of a run: nothing to continue, slot 0 stays as it is
+        return true;  // first entry of a run: nothing to continue
     }
     const FusionIn &prev = GET_FUSION_IN(g_FusionInPos - 1u, 0u);
     if (IsFusionDataBreak(rec, &prev) != 0u) {
         return false;
     }
-    if (g_FusionInNum > kEntriesBeforeSlotCheck && entry.header.nsamples != kSlotsPerEpoch) {
-        return false;
+    return g_FusionInNum <= kEntriesBeforeSlotCheck ||
+           entry.header.nsamples == static_cast<uint8_t>(drlib::kEntryIncrements);
+}
+
+// Element 0 is the previous epoch's last grid point, so the ten intervals of
+// this epoch run on without a gap. The first entry of a run keeps its own.
+void LinkToPreviousEntry(FusionIn &entry) {
+    if (g_FusionInNum == 0u) {
+        return;
     }
-    // Slot 0 is the previous epoch's last grid point, so the ten intervals
-    // of this epoch run on without a gap.
-    memcpy(entry.dtheta[0], prev.dtheta[10], sizeof entry.dtheta[0]);
-    memcpy(entry.dvel[0], prev.dvel[10], sizeof entry.dvel[0]);
-    return true;
+    const FusionIn &prev = GET_FUSION_IN(g_FusionInPos - 1u, 0u);
+    memcpy(entry.dtheta[0], prev.dtheta[drlib::kEntryIncrements], sizeof entry.dtheta[0]);
+    memcpy(entry.dvel[0], prev.dvel[drlib::kEntryIncrements], sizeof entry.dvel[0]);
 }
 
 }  // namespace
@@ -57,14 +62,17 @@ DRLIB_API uint32_t DrlibUpdateFusion(const DrInput *rec) {
     }
     if (IsFusionDataValid(rec) == 0u || !drlib::IsSolutionPlausible(rec) ||
         InputImuDataToBuf(rec) == 0) {
-        return DiscardHistoryAndReset();
+        DiscardHistoryAndReset();
+        return kResultRejected;
     }
     FusionIn &entry = drlib::CurrentFusionIn();
     memcpy(&entry.header, rec, sizeof entry.header);
     FillDaDv2FusionIn(&entry);
-    if (!ContinueHistory(rec, entry)) {
-        return DiscardHistoryAndReset();
+    if (!ContinuesHistory(rec, entry)) {
+        DiscardHistoryAndReset();
+        return kResultRejected;
     }
+    LinkToPreviousEntry(entry);
     drlib::CommitFusionIn();
     DrFusionProc();
     TiltStat stat;

@@ -4,11 +4,13 @@
 #include <string.h>
 
 #include "dr_assert.h"
+#include "dr_consts.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "dr_options.h"
 #include "dr_trace.h"
 #include "kf_dims.h"
+#include "matrix_packed.h"
 
 uint8_t s_FltState = FLT_STATE_IDLE;
 uint32_t s_updcnt;
@@ -26,10 +28,11 @@ namespace {
 using drlib::kTraceLevelDebug;
 using drlib::kTraceMaskFusion;
 
+using drlib::kEntryElements;
+using drlib::kEntryIncrements;
+using drlib::kIncrementsPerSecond;
+
 constexpr double kStep_s = 0.01;          // one resampled IMU interval
-constexpr double kPerStep_hz = 100.0;     // increment over one interval -> rate
-constexpr int kStepsPerEpoch = 10;        // 0.01 s intervals in one 10 Hz epoch
-constexpr int kSlotsPerEntry = 11;        // interval boundaries 0..10 of an entry
 constexpr uint32_t kBankMinEntries = 10;  // more than 1 s of continuous data
 constexpr uint32_t kZuptMinEntries = 40;  // the standstill window (3 s) plus margin
 constexpr uint32_t kBankMaxCycles = 350;  // 35 s at 10 Hz without a decision
@@ -50,10 +53,13 @@ constexpr double kZuptBiasStdMargin_radps = 0.00010471975511965978;  // 0.006 de
 constexpr double kCfgBiasStd_radps = 0.0011635528346628863;          // 1/15 deg/s
 constexpr double kNoBiasStd_radps = 0.003490658503988659;            // 0.2 deg/s
 
+using drlib::kKfAccBias;
 using drlib::kKfBankStates;
+using drlib::kKfGyroBias;
 using drlib::kKfMaxStates;
+using drlib::packed_size;
 
-double &FactorAt(KfFilter &flt, int row, int col) { return flt.L[gk_L_start[row] + col]; }
+double &FactorAt(KfFilter &flt, int row, int col) { return flt.L[drlib::packed_index(row, col)]; }
 
 // Inflates the promoted six-state factor by the hand-over noise: one LQ
 // triangularisation of [L6 | diag(q)] gives L6 L6^T + diag(q^2).
@@ -69,7 +75,7 @@ void InflatePromotedFactor(KfFilter &flt) {
     double work[kCols];
     lq_decompose(flt.L, a, kKfBankStates, kCols, work);
     // Rows 6..11 start empty but for the diagonals set below.
-    for (int k = gk_L_start[kKfBankStates]; k < gk_L_start[kKfMaxStates]; ++k) {
+    for (int k = packed_size(kKfBankStates); k < packed_size(kKfMaxStates); ++k) {
         flt.L[k] = 0.0;
     }
 }
@@ -94,7 +100,7 @@ void SeedGyroBias(KfFilter &flt, double sgn) {
             flt.gyro_bias[c] = 0.0;
             std_radps = kNoBiasStd_radps;
         }
-        FactorAt(flt, 9 + c, 9 + c) = std_radps * sgn;
+        FactorAt(flt, kKfGyroBias + c, kKfGyroBias + c) = std_radps * sgn;
     }
 }
 
@@ -107,7 +113,7 @@ void PromoteBankMember(int k) {
     }
     const double sgn = (FltMain.L[0] > 0.0) ? 1.0 : -1.0;
     for (int c = 0; c < 3; ++c) {
-        FactorAt(FltMain, 6 + c, 6 + c) = kPromoteAccBiasStd_mps2 * sgn;
+        FactorAt(FltMain, kKfAccBias + c, kKfAccBias + c) = kPromoteAccBiasStd_mps2 * sgn;
     }
     SeedGyroBias(FltMain, sgn);
     FltMain.state_dim = static_cast<uint8_t>(kKfMaxStates);
@@ -117,7 +123,7 @@ void PromoteBankMember(int k) {
 // The last interval of the epoch as a body rate, for the lever-arm term.
 void EpochRate(double rate_radps[3], const FusionIn &e, const double bias_radps[3]) {
     for (int c = 0; c < 3; ++c) {
-        rate_radps[c] = e.dtheta[10][c] * kPerStep_hz - bias_radps[c];
+        rate_radps[c] = e.dtheta[kEntryIncrements][c] * kIncrementsPerSecond - bias_radps[c];
     }
 }
 
@@ -135,7 +141,7 @@ void RunBankCycle(const FusionIn &e) {
     const double *vel_mps = drlib::GnssVelocityForState(e.pos_index, aligned_vel_mps);
     // The bank runs on raw increments: its six states hold no biases.
     for (int i = 0; i < kBankSize; ++i) {
-        for (int j = 0; j < kStepsPerEpoch; ++j) {
+        for (int j = 0; j < kEntryIncrements; ++j) {
             dr_mech(&NavGp[i], e.dtheta[j], e.dvel[j], 1, kStep_s);
             KFInflatePMatrix(&FltGp[i], &NavGp[i], e.dtheta[j], e.dvel[j], kStep_s);
         }
@@ -165,13 +171,13 @@ void RunMainCycle(const FusionIn &e) {
     }
     double rate_radps[3];
     EpochRate(rate_radps, e, FltMain.gyro_bias);
-    double cdvel[kSlotsPerEntry][3];
-    double cdtheta[kSlotsPerEntry][3];
-    ImuSampCorr(&cdvel[0][0], &e.dvel[0][0], acc_step_mps, kSlotsPerEntry);
-    ImuSampCorr(&cdtheta[0][0], &e.dtheta[0][0], gyro_step_rad, kSlotsPerEntry);
+    double cdvel[kEntryElements][3];
+    double cdtheta[kEntryElements][3];
+    ImuSampCorr(&cdvel[0][0], &e.dvel[0][0], acc_step_mps, kEntryElements);
+    ImuSampCorr(&cdtheta[0][0], &e.dtheta[0][0], gyro_step_rad, kEntryElements);
     // The covariance sees the raw velocity increments: their size only scales
     // the motion noise, where a bias of a few mg makes no difference.
-    for (int j = 0; j < kStepsPerEpoch; ++j) {
+    for (int j = 0; j < kEntryIncrements; ++j) {
         dr_mech(&NavMain, cdtheta[j], cdvel[j], 1, kStep_s);
         KFInflatePMatrix(&FltMain, &NavMain, cdtheta[j], e.dvel[j], kStep_s);
     }

@@ -5,14 +5,15 @@
 #include "dr_assert.h"
 #include "dr_mech_stages.h"
 
-namespace drlib {
+using namespace drlib;
 
-void mech_stride_forward(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
-                         double tl_s, Coning coning) {
+extern "C" {
+
+DRLIB_API void dr_mech_stride(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
+                              double tl_s) {
     DR_ASSERT(tl_s > 1e-6, "tl > 1e-6", "Alg_DR/src/dr_mech", 25, "dr_mech_stride");
     StrideSums sums;
     accumulate_stride_sums(&sums, dtheta, dvel, m, tl_s);
-    if (coning == Coning::kIgnored) sums.beta[0] = sums.beta[1] = sums.beta[2] = 0.0;
     const double ts_s = static_cast<double>(m) * tl_s;
 
     // Velocity. The Earth-model fields are the start-of-stride ones; the
@@ -20,12 +21,12 @@ void mech_stride_forward(NavState *nav, const double *dtheta, const double *dvel
     // with the previous stride's rate of change and then with this one's.
     double v_mid[3], wen_n[3], dv_sf[3], c_n[3], dv_cg[3];
     for (int i = 0; i < 3; ++i) v_mid[i] = nav->v_n[i] + nav->acc_n[i] * ts_s / 2.0;
-    nframe_rate_over_earth(wen_n, v_mid, nav);
+    transport_rate(wen_n, v_mid, nav);
     specific_force_increment(dv_sf, c_n, &sums, nav, wen_n, ts_s);
     coriolis_gravity_increment(dv_cg, v_mid, nav, wen_n, ts_s);
     for (int i = 0; i < 3; ++i) nav->acc_n[i] = (dv_sf[i] + dv_cg[i]) / ts_s;
     for (int i = 0; i < 3; ++i) v_mid[i] = nav->v_n[i] + nav->acc_n[i] * ts_s / 2.0;
-    nframe_rate_over_earth(wen_n, v_mid, nav);
+    transport_rate(wen_n, v_mid, nav);
 
     // Attitude: the body turns by Theta + beta, the n frame by (wie + wen) ts.
     double phi_b[3], zeta_n[3];
@@ -39,7 +40,7 @@ void mech_stride_forward(NavState *nav, const double *dtheta, const double *dvel
     double dr_n[3];
     stride_displacement(dr_n, nav, &sums, zeta_n, c_n, dv_cg, ts_s);
     double xi[3];
-    nframe_rate_over_earth(xi, dr_n, nav);
+    transport_rate(xi, dr_n, nav);
     move_position(nav, xi, -dr_n[2]);
 
     quat2dcm(nav->cbn, nav->qbn);
@@ -49,15 +50,6 @@ void mech_stride_forward(NavState *nav, const double *dtheta, const double *dvel
         nav->f_n[i] = dv_sf[i] / ts_s;
     }
     refresh_earth_model(nav);
-}
-
-}  // namespace drlib
-
-extern "C" {
-
-DRLIB_API void dr_mech_stride(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
-                              double tl) {
-    drlib::mech_stride_forward(nav, dtheta, dvel, m, tl, drlib::Coning::kCompensated);
 }
 
 DRLIB_API void dr_mech(NavState *nav, const double *dtheta, const double *dvel, int32_t n,

@@ -20,7 +20,7 @@ void stride_velocity_rate(NavState *nav, double *dv_sf, double *c_n, double *dv_
 
 void mid_stride_backward(double *v_mid, double *wen_n, const NavState *nav, double ts_s) {
     for (int i = 0; i < 3; ++i) v_mid[i] = nav->v_n[i] - nav->acc_n[i] * ts_s / 2.0;
-    nframe_rate_over_earth(wen_n, v_mid, nav);
+    transport_rate(wen_n, v_mid, nav);
 }
 
 }  // namespace
@@ -60,7 +60,7 @@ DRLIB_API void dr_mech_stride_backward(NavState *nav, const double *dtheta, cons
     for (int i = 0; i < 3; ++i) zeta_fwd[i] = -zeta_n[i];
     stride_displacement(dr_n, nav, &sums, zeta_fwd, c_n, dv_cg, ts_s);
     double xi[3];
-    nframe_rate_over_earth(xi, dr_n, nav);
+    transport_rate(xi, dr_n, nav);
     for (int i = 0; i < 3; ++i) xi[i] = -xi[i];
     move_position(nav, xi, dr_n[2]);
 

@@ -6,16 +6,18 @@
 namespace drlib {
 namespace {
 
-// Below this |cos(latitude)| (within about 64 m of a pole) the east direction
-// turns faster than any stride can follow; the floor keeps the transport rate
-// finite there instead of dividing by zero.
-constexpr double kMinCosLat = 1e-5;
 constexpr double kSixth = 0.16666666666666666;
 
-void add_scaled_cross(double *acc, const double *a, const double *b, double scale) {
+void add_cross(double *acc, const double *a, const double *b) {
     double c[3];
     cross_prod(c, a, b);
-    for (int i = 0; i < 3; ++i) acc[i] += c[i] * scale;
+    for (int i = 0; i < 3; ++i) acc[i] += c[i];
+}
+
+void subtract_cross(double *acc, const double *a, const double *b) {
+    double c[3];
+    cross_prod(c, a, b);
+    for (int i = 0; i < 3; ++i) acc[i] -= c[i];
 }
 
 // One interval's contribution to the stride sums. The fractions 5/12 and
@@ -36,13 +38,13 @@ void accumulate_interval(StrideSums *s, const double *th, const double *th_prev,
     }
     double a[3], b[3];
     for (int i = 0; i < 3; ++i) a[i] = (s->theta[i] - dth[i] / 12.0) / 2.0;
-    add_scaled_cross(s->rho, a, b_u, 1.0);
+    add_cross(s->rho, a, b_u);
     for (int i = 0; i < 3; ++i) a[i] = (s->u[i] - du[i] / 12.0) / 2.0;
-    add_scaled_cross(s->rho, a, b_th, 1.0);
+    add_cross(s->rho, a, b_th);
     for (int i = 0; i < 3; ++i) a[i] = (s->s_u[i] + du[i] * tl_s / 24.0) / 6.0;
-    add_scaled_cross(s->rho, a, th, 1.0);
+    add_cross(s->rho, a, th);
     for (int i = 0; i < 3; ++i) a[i] = (s->s_theta[i] + dth[i] * tl_s / 24.0) / 6.0;
-    add_scaled_cross(s->rho, a, u, -1.0);
+    subtract_cross(s->rho, a, u);
 
     double c[3];
     for (int i = 0; i < 3; ++i) {
@@ -80,15 +82,6 @@ void accumulate_stride_sums(StrideSums *sums, const double *dtheta, const double
         accumulate_interval(sums, dtheta + 3 * j, dtheta + 3 * (j - 1), dvel + 3 * j,
                             dvel + 3 * (j - 1), tl_s);
     }
-}
-
-void nframe_rate_over_earth(double *out, const double *v_n, const NavState *nav) {
-    const double rn_h = nav->rn + nav->llh[2];
-    const double rm_h = nav->rm + nav->llh[2];
-    const double cos_lat = (nav->cos_lat < kMinCosLat) ? kMinCosLat : nav->cos_lat;
-    out[0] = v_n[1] / rn_h;
-    out[1] = -v_n[0] / rm_h;
-    out[2] = -v_n[1] * nav->sin_lat / (cos_lat * rn_h);
 }
 
 void specific_force_increment(double *dv_sf, double *c_n, const StrideSums *sums,
@@ -159,7 +152,7 @@ void refresh_earth_model(NavState *nav) {
     nav->cos_lon = nav->cne[4];
     nav->sin_lon = -nav->cne[1];
     calc_radius(&nav->rm, &nav->rn, nav->sin_lat);
-    nframe_rate_over_earth(nav->wen_n, nav->v_n, nav);
+    transport_rate(nav->wen_n, nav->v_n, nav);
     calc_wie_n(nav->wie_n, nav->llh[0]);
 }
 

@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include "dr_common_rates.h"
 #include "drlib_toolkit.h"
 
 namespace drlib {
@@ -18,18 +19,9 @@ struct StrideSums {
     double rho[3];      // scrolling correction of the displacement, m
 };
 
-// Whether a stride applies the coning correction; the uncorrected variant
-// exists only to measure what the correction is worth.
-enum class Coning { kCompensated, kIgnored };
-
 // Accumulates increments 1..m of the runs (element 0 precedes the stride).
 void accumulate_stride_sums(StrideSums *sums, const double *dtheta, const double *dvel, int32_t m,
                             double tl_s);
-
-// Rotation rate (or, given a displacement, rotation) of the n frame over the
-// ellipsoid caused by a velocity (displacement) resolved in n, from the
-// record's radii, height and cached latitude trigonometry.
-void nframe_rate_over_earth(double *out, const double *v_n, const NavState *nav);
 
 // Velocity increment of the stride's specific force in n: the body increment
 // with rotation and sculling compensation, through cbn, then through
@@ -60,10 +52,5 @@ void move_position(NavState *nav, const double *xi, double dh_m);
 // Refreshes the cached trigonometry, radii, transport and Earth rate from
 // qne/cne, height and v_n (cne, llh and v_n already updated).
 void refresh_earth_model(NavState *nav);
-
-// Forward stride with a selectable coning correction; dr_mech_stride is the
-// compensated form.
-void mech_stride_forward(NavState *nav, const double *dtheta, const double *dvel, int32_t m,
-                         double tl_s, Coning coning);
 
 }  // namespace drlib

@@ -11,13 +11,15 @@ namespace drlib {
 constexpr int32_t kKfMaxStates = 12;      // main filter
 constexpr int32_t kKfBankStates = 6;      // each bank filter: velocity and attitude
 constexpr int32_t kKfMaxUpdateDim = 15;   // measurements + states of one update
-constexpr int32_t kKfAccBiasStates = 8;   // n above this carries accelerometer bias
-constexpr int32_t kKfGyroBiasStates = 11; // n above this carries gyro bias
 
 constexpr int32_t kKfVel = 0;       // first velocity state
 constexpr int32_t kKfAtt = 3;       // first attitude state
 constexpr int32_t kKfAccBias = 6;   // first accelerometer-bias state
 constexpr int32_t kKfGyroBias = 9;  // first gyro-bias state
+
+// Whether an n-state filter carries the accelerometer (gyro) bias states.
+constexpr bool has_acc_bias(int32_t n) { return n >= kKfAccBias + 3; }
+constexpr bool has_gyro_bias(int32_t n) { return n >= kKfGyroBias + 3; }
 
 constexpr int32_t packed_size(int32_t n) { return n * (n + 1) / 2; }
 

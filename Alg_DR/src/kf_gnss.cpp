@@ -4,6 +4,8 @@
 // so the INS velocity is carried to the antenna through the lever arm and the
 // body rate relative to n. GNSS position is not filtered: the feedback resets
 // the position to the antenna position displaced by the lever arm.
+#include "dr_common_rates.h"
+#include "dr_consts.h"
 #include "dr_global_var.h"
 #include "dr_trace.h"
 #include "drlib_toolkit.h"
@@ -12,13 +14,13 @@
 namespace {
 
 using drlib::kKfMaxStates;
+using drlib::kPi;
+using drlib::kTwoPi;
 
 constexpr int32_t kVelMeasurements = 3;          // north, east, down
 constexpr double kHorizontalVelStdFloor = 0.008;  // m/s
 constexpr double kVerticalVelStdFloor = 0.015;    // m/s
 constexpr double kDegPerRad = 57.29577951308232;
-constexpr double kPi = 3.141592653589793;
-constexpr double kTwoPi = 6.283185307179586;
 
 // Two longitudes on either side of the 180 degree meridian are close, not
 // 2 pi apart: wrap their difference into (-pi, pi]. A difference already in
@@ -29,33 +31,13 @@ double wrapped_longitude_difference(double dlon) {
     return dlon;
 }
 
-// Transport rate (rad/s, n) of a velocity v (m/s, n) at the state's position.
-void transport_rate(double *w_en, const NavState *nav, const double *v) {
-    const double h = nav->llh[2];  // m
-    w_en[0] = v[1] / (nav->rn + h);
-    w_en[1] = -v[0] / (nav->rm + h);
-    w_en[2] = -v[1] * nav->sin_lat / (nav->cos_lat * (nav->rn + h));
-}
-
 // Velocity innovation z (m/s, n) and the lever-arm velocity a (m/s, n) that
 // the antenna has in addition to the IMU.
 void velocity_innovation(double *z, double *a, const NavState *nav, const double *vel,
                          const double *w_ib) {
     double v_g[3];  // antenna velocity, m/s, n
     mtxt_mul_vect_3d(v_g, nav->cne, vel);
-    double w_g[3];  // rad/s, n
-    transport_rate(w_g, nav, v_g);
-
-    double w_in[3];  // rad/s, n
-    for (int k = 0; k < 3; ++k) w_in[k] = nav->wie_n[k] + w_g[k];
-    double w_in_b[3];  // rad/s, body
-    mtxt_mul_vect_3d(w_in_b, nav->cbn, w_in);
-    double w_nb[3];  // body rate relative to n, rad/s, body
-    for (int k = 0; k < 3; ++k) w_nb[k] = w_ib[k] - w_in_b[k];
-
-    double lever_rate_b[3];  // m/s, body
-    cross_prod(lever_rate_b, w_nb, g_level_arm_b);
-    mtx_mul_vect_3d(a, nav->cbn, lever_rate_b);
+    drlib::lever_arm_velocity(a, nav, v_g, w_ib);
     for (int k = 0; k < 3; ++k) z[k] = nav->v_n[k] - v_g[k] - a[k];
 }
 

@@ -13,12 +13,12 @@
 
 namespace {
 
+using drlib::has_acc_bias;
+using drlib::has_gyro_bias;
 using drlib::kKfAccBias;
-using drlib::kKfAccBiasStates;
 using drlib::kKfAtt;
 using drlib::kKfBankStates;
 using drlib::kKfGyroBias;
-using drlib::kKfGyroBiasStates;
 using drlib::kKfMaxStates;
 using drlib::kKfVel;
 
@@ -117,11 +117,11 @@ struct PhiRowGroup {
 
 PhiRowGroup phi_row_group(int32_t first_row, int32_t n) {
     if (first_row == kKfVel) {
-        const int32_t end = n > kKfAccBiasStates ? kKfAccBias + 3 : kKfAtt + 3;
+        const int32_t end = has_acc_bias(n) ? kKfAccBias + 3 : kKfAtt + 3;
         return {kKfVel, 3, 1, {{kKfVel, end}, {0, 0}}};
     }
     if (first_row == kKfAtt) {
-        const int32_t count = n > kKfGyroBiasStates ? 2 : 1;
+        const int32_t count = has_gyro_bias(n) ? 2 : 1;
         return {kKfAtt, 3, count, {{kKfAtt, kKfAtt + 3}, {kKfGyroBias, kKfGyroBias + 3}}};
     }
     return {first_row, 1, 1, {{first_row, first_row + 1}, {0, 0}}};
@@ -224,11 +224,11 @@ DRLIB_API void KFCalcPsiMatrix(double *phi, const NavState *nav, int32_t n, doub
 
     set_rotation_block(phi, n, kKfAtt, w_in);
 
-    if (n > kKfAccBiasStates) {
+    if (has_acc_bias(n)) {
         set_scaled_block(phi, n, kKfVel, kKfAccBias, nav->cbn, dt);
         set_unit_diagonal(phi, n, kKfAccBias);
     }
-    if (n > kKfGyroBiasStates) {
+    if (has_gyro_bias(n)) {
         set_scaled_block(phi, n, kKfAtt, kKfGyroBias, nav->cbn, -dt);
         set_unit_diagonal(phi, n, kKfGyroBias);
     }
@@ -260,8 +260,8 @@ DRLIB_API void KFInflatePMatrix(KfFilter *flt, const NavState *nav, const double
     clear_noise_half(ext, n);
     set_noise_block(ext, n, kKfVel, nav->cbn, q_a);
     set_noise_block(ext, n, kKfAtt, nav->cbn, q_g);
-    if (n > kKfAccBiasStates) set_noise_diagonal(ext, n, kKfAccBias, kAccBiasWalk * dt);
-    if (n > kKfGyroBiasStates) set_noise_diagonal(ext, n, kKfGyroBias, kGyroBiasWalk * dt);
+    if (has_acc_bias(n)) set_noise_diagonal(ext, n, kKfAccBias, kAccBiasWalk * dt);
+    if (has_gyro_bias(n)) set_noise_diagonal(ext, n, kKfGyroBias, kGyroBiasWalk * dt);
 
     // Entries outside the reach of each row are never read: they are zero
     // in [Phi L | G] and stay zero through the reflections above. The bank

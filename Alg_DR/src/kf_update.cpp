@@ -5,17 +5,20 @@
 // [[S^1/2, 0], [Kbar, L+]], so neither P nor S is ever formed or inverted as
 // a full matrix; only the m x m factor S^1/2 is inverted for the gain.
 #include "dr_assert.h"
+#include "dr_common_rates.h"
 #include "drlib_toolkit.h"
 #include "kf_dims.h"
+#include "matrix_packed.h"
 
 namespace {
 
+using drlib::has_acc_bias;
+using drlib::has_gyro_bias;
 using drlib::kKfAccBias;
-using drlib::kKfAccBiasStates;
 using drlib::kKfAtt;
 using drlib::kKfGyroBias;
-using drlib::kKfGyroBiasStates;
 using drlib::kKfMaxUpdateDim;
+using drlib::packed_index;
 using drlib::packed_size;
 
 constexpr int32_t kExtendCapacity = kKfMaxUpdateDim * kKfMaxUpdateDim;
@@ -27,7 +30,7 @@ void build_pre_array(double *ext, const double *L, const double *H, const double
     F64ToZeros(ext, static_cast<uint32_t>(dim * dim) * 8u);
     for (int32_t i = 0; i < m; ++i) ext[i * dim + i] = r[i];
     for (int32_t i = 0; i < n; ++i) {
-        for (int32_t j = 0; j <= i; ++j) ext[(m + i) * dim + m + j] = L[gk_L_start[i] + j];
+        for (int32_t j = 0; j <= i; ++j) ext[(m + i) * dim + m + j] = L[packed_index(i, j)];
     }
     CalcHL2EM(ext, H, L, m, n);
 }
@@ -84,10 +87,7 @@ void refresh_frame_rates(NavState *nav) {
     nav->sin_lat = -nav->cne[8];
     nav->cos_lon = nav->cne[4];
     nav->sin_lon = -nav->cne[1];
-    const double h = nav->llh[2];  // m
-    nav->wen_n[0] = nav->v_n[1] / (nav->rn + h);
-    nav->wen_n[1] = -nav->v_n[0] / (nav->rm + h);
-    nav->wen_n[2] = -nav->v_n[1] * nav->sin_lat / (nav->cos_lat * (nav->rn + h));
+    drlib::transport_rate(nav->wen_n, nav->v_n, nav);
 }
 
 }  // namespace
@@ -123,7 +123,7 @@ DRLIB_API void KFInnoInput(double *dx, double *L, const double *H, const double 
 
     int32_t slot = 0;
     for (int32_t i = m; i < dim; ++i) {
-        for (int32_t j = m; j <= i; ++j) L[slot++] = Lc[gk_L_start[i] + j];
+        for (int32_t j = m; j <= i; ++j) L[slot++] = Lc[packed_index(i, j)];
     }
 }
 
@@ -141,10 +141,10 @@ DRLIB_API void KFStateFeedback(KfFilter *flt, NavState *nav, const double *dx, c
     refresh_frame_rates(nav);
 
     // Bias states are increments to the stored estimates.
-    if (n > kKfAccBiasStates) {
+    if (has_acc_bias(n)) {
         for (int k = 0; k < 3; ++k) flt->acc_bias[k] += dx[kKfAccBias + k];
     }
-    if (n > kKfGyroBiasStates) {
+    if (has_gyro_bias(n)) {
         for (int k = 0; k < 3; ++k) flt->gyro_bias[k] += dx[kKfGyroBias + k];
     }
 }

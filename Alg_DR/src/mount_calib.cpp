@@ -5,12 +5,20 @@
 #include <string.h>
 #include <time.h>
 
+#include "dr_consts.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
+#include "kf_dims.h"
+#include "matrix_packed.h"
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
+using drlib::kKfGyroBias;
+using drlib::kKfMaxStates;
+using drlib::kPi;
+using drlib::kTwoPi;
+using drlib::packed_index;
+
 constexpr double kMaxMountAngle_rad = 0.020943951023931952;  // 1.2 deg
 constexpr double kInitialAngleStd_rad = 0.05235987755982989;  // 3 deg
 // A step is used only while the tip is known well and stands on the point.
@@ -29,22 +37,14 @@ constexpr uint32_t kLastProgressPercent = 99;
 
 // (0.05 deg/s)^2: below it the main filter's gyro bias is worth keeping.
 constexpr double kStorableBiasVar_rad2ps2 = 7.615435494667715e-07;
-constexpr int kGyroBiasState = 9;
 // Offset-encoded bias limits: code c (1, 2, 3) +- 0.001 pi rad/s (0.18 deg/s).
 constexpr double kBiasCodeMin[3] = {0.9968584073464102, 1.9968584073464102, 2.9968584073464104};
 constexpr double kBiasCodeMax[3] = {1.0031415926535898, 2.0031415926535896, 3.0031415926535896};
 
-void SetIdentity(double dcm[9]) {
-    static constexpr double kIdentity[9] = {1.0, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0, 0.0, 1.0};
-    memcpy(dcm, kIdentity, sizeof kIdentity);
-}
-
 void RestartEstimate(CubFilter &cub) {
-    SetIdentity(cub.dcm);
+    gen_eye3d(cub.dcm);
     memset(cub.L, 0, sizeof cub.L);
-    cub.L[gk_L_start[0] + 0] = kInitialAngleStd_rad;
-    cub.L[gk_L_start[1] + 1] = kInitialAngleStd_rad;
-    cub.L[gk_L_start[2] + 2] = kInitialAngleStd_rad;
+    for (int i = 0; i < 3; ++i) cub.L[packed_index(i, i)] = kInitialAngleStd_rad;
     cub.count = 1u;
 }
 
@@ -96,7 +96,7 @@ bool UpdateWithMisclosure(CubFilter &cub, const double *pole_b, const double *an
     quat2dcm(cub.dcm, q);
     cbn2rph(cub.rph, cub.dcm);
     if (cub.rph[2] > kPi) {
-        cub.rph[2] -= 2.0 * kPi;
+        cub.rph[2] -= kTwoPi;
     }
     return true;
 }
@@ -128,7 +128,7 @@ DRLIB_API void config_cub(const double *angles) {
         rph2qbn(q, angles);
         quat2dcm(s_cub.dcm, q);
     } else {
-        SetIdentity(s_cub.dcm);
+        gen_eye3d(s_cub.dcm);
     }
 }
 
@@ -155,9 +155,10 @@ DRLIB_API void CubFltProc(const double *pole_b, const double *ant_pos_e, const f
     ++cub.count;
     uint32_t percent = (cub.count * 100u) / cub.target;
     // A step that completes the estimate reports it even when the time limit
-    // has passed on the same step: the result is as good as any other.
+    // has passed on the same step: the result is as good as any other. Before
+    // that step the percentage is below 100.
     if (cub.count < cub.target && TimeLimitPassed(cub)) {
-        if (percent <= kLastProgressPercent && cub.callback != nullptr) {
+        if (cub.callback != nullptr) {
             cub.callback(kCodeTimeOut, nullptr, 0u);
         }
         cub.enabled = 0u;
@@ -177,9 +178,9 @@ DRLIB_API void CubFltProc(const double *pole_b, const double *ant_pos_e, const f
 }
 
 DRLIB_API void bwxyz_store(double *out) {
-    bool learned = s_FltState == FLT_STATE_MAIN && FltMain.state_dim >= 12;
+    bool learned = s_FltState == FLT_STATE_MAIN && FltMain.state_dim >= kKfMaxStates;
     for (int c = 0; c < 3 && learned; ++c) {
-        learned = get_kf_state_variance(FltMain.L, kGyroBiasState + c) < kStorableBiasVar_rad2ps2;
+        learned = get_kf_state_variance(FltMain.L, kKfGyroBias + c) < kStorableBiasVar_rad2ps2;
     }
     if (learned) {
         for (int c = 0; c < 3; ++c) {

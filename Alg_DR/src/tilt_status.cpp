@@ -8,6 +8,8 @@
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "dr_trace.h"
+#include "kf_dims.h"
+#include "matrix_packed.h"
 
 namespace {
 
@@ -24,9 +26,8 @@ constexpr float kNoSolutionStd_m = 1.5f;  // also far above what the calibration
 // the way back to the previous 100 ms epoch.
 constexpr double kAntWeightCur = 0.4;
 constexpr double kAntWeightPrev = 0.6;
-// The attitude states of the error vector.
-constexpr int kAttState = 3;
-constexpr int kMaxStates = 12;
+using drlib::kKfAtt;
+using drlib::kKfMaxStates;
 
 uint8_t ClassOfTipVariance(double var_sum_m2) {
     // Not a number fails every comparison and counts as no solution.
@@ -112,24 +113,24 @@ DRLIB_API void ComposeTiltStat(TiltStat *out, const double *hw) {
 }
 
 DRLIB_API void CalcKFVarPole_n(double *var, const double *lever_n, const KfFilter *flt) {
-    const int32_t n = (flt->state_dim < kMaxStates) ? flt->state_dim : kMaxStates;
+    const int32_t n = (flt->state_dim < kKfMaxStates) ? flt->state_dim : kKfMaxStates;
     // Sensitivity of the lever vector in n to the attitude error psi:
     // d(l_n) = -psi x l_n = [l_n x] psi.
-    double h[3 * kMaxStates] = {};
-    h[0 * n + kAttState + 1] = -lever_n[2];
-    h[0 * n + kAttState + 2] = lever_n[1];
-    h[1 * n + kAttState + 0] = lever_n[2];
-    h[1 * n + kAttState + 2] = -lever_n[0];
-    h[2 * n + kAttState + 0] = -lever_n[1];
-    h[2 * n + kAttState + 1] = lever_n[0];
-    double hl[3 * kMaxStates];
+    double h[3 * kKfMaxStates] = {};
+    h[0 * n + kKfAtt + 1] = -lever_n[2];
+    h[0 * n + kKfAtt + 2] = lever_n[1];
+    h[1 * n + kKfAtt + 0] = lever_n[2];
+    h[1 * n + kKfAtt + 2] = -lever_n[0];
+    h[2 * n + kKfAtt + 0] = -lever_n[1];
+    h[2 * n + kKfAtt + 1] = lever_n[0];
+    double hl[3 * kKfMaxStates];
     CalcNL(hl, h, flt->L, 3, n);
     double s[6];
     CalcHHt2S(s, hl, 3, n);
     // The tip variance is defined as three times H P H^T; the quality classes
     // are set on that scale.
     for (int i = 0; i < 3; ++i) {
-        var[i] = 3.0 * s[gk_L_start[i] + i];
+        var[i] = 3.0 * s[drlib::packed_index(i, i)];
     }
 }
 

@@ -9,19 +9,21 @@
 
 #include <algorithm>
 
+#include "dr_consts.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "drlib_toolkit.h"
 
 namespace {
 
-constexpr int kEntries = 30;        // 3 s of history, the newest and the 29 before it
-constexpr int kSlotsPerEntry = 10;  // increments 1..10; 0 repeats the previous entry's 10
-constexpr int kSamples = kEntries * kSlotsPerEntry;
+using drlib::kEntryIncrements;
+using drlib::kIncrementsPerSecond;
+
+constexpr int kEntries = 30;  // 3 s of history, the newest and the 29 before it
+constexpr int kSamples = kEntries * kEntryIncrements;
 constexpr int kStoreLen = 308;
 constexpr int kChannels = 6;        // specific force x, y, z (m/s^2), rate x, y, z (rad/s)
 constexpr int kRateChannel = 3;
-constexpr double kStepsPerSecond = 100.0;  // 1 / 0.01 s
 
 constexpr double kMaxVelComponent_mps = 0.03;
 constexpr double kMaxSpeedSquared_m2ps2 = 0.0016;          // 0.04 m/s
@@ -53,18 +55,26 @@ void exchange_sort(double *x, int32_t n) {
     }
 }
 
-// Ascending order in place. Without NaN, < is a total order up to the sign
-// of zero, so every sorting method yields the same values in the same
-// places, and introsort gets there in n log n comparisons instead of n^2 / 2
-// (45,000 per channel, which made the once-a-second standstill check the
-// costliest epoch). NaN breaks the strict weak order introsort relies on, so
-// such a run takes the exchange sort.
+// Ascending order in place, the exchange sort's array. Without NaN, and
+// unless +0 and -0 both occur, values that compare equal are the same bits, so
+// the ascending array is unique and introsort reaches it in n log n
+// comparisons instead of n^2 / 2 (45,000 per channel, which made the
+// once-a-second standstill check the costliest epoch). A NaN (which breaks the
+// strict weak order introsort relies on) or zeros of both signs (which the two
+// sorts leave in different places) send the run to the exchange sort.
 void sort_ascending(double *x, int32_t n) {
+    bool positive_zero = false;
+    bool negative_zero = false;
     for (int32_t i = 0; i < n; ++i) {
         if (x[i] != x[i]) {
             exchange_sort(x, n);
             return;
         }
+        if (x[i] == 0.0) (signbit(x[i]) ? negative_zero : positive_zero) = true;
+    }
+    if (positive_zero && negative_zero) {
+        exchange_sort(x, n);
+        return;
     }
     std::sort(x, x + n);
 }
@@ -88,7 +98,8 @@ bool antenna_still(const double *vel) {
     for (int c = 0; c < 3; ++c) {
         if (fabs(vel[c]) > kMaxVelComponent_mps) return false;
     }
-    return vel[0] * vel[0] + vel[1] * vel[1] + vel[2] * vel[2] <= kMaxSpeedSquared_m2ps2;
+    // Written as the rejection so that a NaN speed, which no test rejects, passes.
+    return !(vel[0] * vel[0] + vel[1] * vel[1] + vel[2] * vel[2] > kMaxSpeedSquared_m2ps2);
 }
 
 // Copies the rates of the last 30 entries into checkDat; false as soon as
@@ -97,11 +108,11 @@ bool gather_still_samples() {
     for (int back = 0; back < kEntries; ++back) {
         const FusionIn &entry = GET_FUSION_IN(g_FusionInPos - 1u, -back);
         if (!antenna_still(entry.header.vel)) return false;
-        for (int slot = 1; slot <= kSlotsPerEntry; ++slot) {
-            const int n = back * kSlotsPerEntry + (slot - 1);
+        for (int slot = 1; slot <= kEntryIncrements; ++slot) {
+            const int n = back * kEntryIncrements + (slot - 1);
             for (int c = 0; c < 3; ++c) {
-                checkDat[c][n] = kStepsPerSecond * entry.dvel[slot][c];
-                checkDat[kRateChannel + c][n] = kStepsPerSecond * entry.dtheta[slot][c];
+                checkDat[c][n] = kIncrementsPerSecond * entry.dvel[slot][c];
+                checkDat[kRateChannel + c][n] = kIncrementsPerSecond * entry.dtheta[slot][c];
             }
         }
     }
