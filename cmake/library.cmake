@@ -9,7 +9,10 @@ set_target_properties(drlib_obj PROPERTIES
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
-target_compile_definitions(drlib_obj PRIVATE DRLIB_BUILDING)
+# The library's own units leave the toolkit's strlcpy undeclared (only its
+# definition, utils/strl_trs.cpp, declares it), so that they compile beside
+# the strlcpy that <string.h> of glibc 2.38 and later declares.
+target_compile_definitions(drlib_obj PRIVATE DRLIB_BUILDING DRLIB_TOOLKIT_NO_STRLCPY)
 target_compile_options(drlib_obj PRIVATE ${DRLIB_WARNINGS}
   -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables)
 # The filter kernels are short loops over small matrices; -O3 vectorises and
