@@ -36,7 +36,9 @@ install(TARGETS drlib
 # `-ldrlib` with `-static` (or `pkg-config --static`) finds it.
 install(FILES $<TARGET_FILE:drlib_static> DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RENAME ${DRLIB_STATIC_NAME} COMPONENT dev)
-install(FILES ${PROJECT_SOURCE_DIR}/include/drlib.h
+# drlib.h is the host's header; drlib_toolkit.h declares the rest of what the
+# shared object exports, for test harnesses and tools.
+install(FILES ${PROJECT_SOURCE_DIR}/include/drlib.h ${PROJECT_SOURCE_DIR}/include/drlib_toolkit.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 
 # CMake package: find_package(drlib CONFIG) gives drlib::drlib (and drlib::drlib_static).

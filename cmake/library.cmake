@@ -9,7 +9,10 @@ set_target_properties(drlib_obj PROPERTIES
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
-target_compile_definitions(drlib_obj PRIVATE DRLIB_BUILDING)
+# The library's own units leave the toolkit's strlcpy undeclared (only its
+# definition, utils/strl_trs.cpp, declares it), so that they compile beside
+# the strlcpy that <string.h> of glibc 2.38 and later declares.
+target_compile_definitions(drlib_obj PRIVATE DRLIB_BUILDING DRLIB_TOOLKIT_NO_STRLCPY)
 target_compile_options(drlib_obj PRIVATE ${DRLIB_WARNINGS}
   -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables)
 # The filter kernels are short loops over small matrices; -O3 vectorises and
@@ -33,6 +36,23 @@ set_target_properties(drlib PROPERTIES
 # Only libc and libm may be needed at run time: drop anything the C++ driver
 # adds but the code never calls, and refuse undefined symbols.
 target_link_options(drlib PRIVATE -Wl,--as-needed -Wl,--no-undefined -static-libgcc)
+# The export list is a version script: every exported name carries the node
+# DRLIB_4, so it cannot satisfy another module's reference to a same-named
+# symbol of another version (strlcpy@GLIBC_2.38 of glibc 2.38 and later), and
+# nothing outside the list is exported, whatever its visibility.
+set(DRLIB_VERSION_SCRIPT ${PROJECT_SOURCE_DIR}/cmake/libdrlib.map)
+# -Bsymbolic binds every reference inside the library to its own definition
+# at link time, so a host (linked with -rdynamic) or another library that
+# defines ecef2llh, isNaN, crc32_calc or any other exported name cannot take
+# over the engine's internal calls. It also covers the exported table
+# gk_L_start, which -Bsymbolic-functions would leave interposable; the table
+# is const, so a host's copy relocation of it holds the same values. One link
+# flag, the same on every target: protected visibility would ask each
+# toolchain to get copy relocations and canonical PLT addresses of protected
+# symbols right, and internal aliases would double every exported name in the
+# sources.
+target_link_options(drlib PRIVATE -Wl,-Bsymbolic -Wl,--version-script=${DRLIB_VERSION_SCRIPT})
+set_property(TARGET drlib APPEND PROPERTY LINK_DEPENDS ${DRLIB_VERSION_SCRIPT})
 
 add_library(drlib_static STATIC $<TARGET_OBJECTS:drlib_obj>)
 target_include_directories(drlib_static PUBLIC

@@ -67,7 +67,8 @@ set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "${DRLIB_DEB_RUNTIME} (= ${PROJECT_VERSION}-${DRLIB_DEB_RELEASE})")
 set(CPACK_COMPONENT_DEV_DESCRIPTION
     "GNSS/IMU tilt compensation for survey poles - development files
-The C header drlib.h, the static library, the CMake package (drlib::drlib),
+The C headers drlib.h (hosts) and drlib_toolkit.h (the exported toolkit),
+the static library, the CMake package (drlib::drlib),
 the pkg-config file and an example host.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-drlib)

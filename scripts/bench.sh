@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 scripts/deps.sh libbenchmark-dev valgrind
 dir=build-bench
 cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDRLIB_BUILD_BENCH=ON -DDRLIB_BUILD_TESTS=OFF >/dev/null
-cmake --build "$dir" -j "$(nproc)" --target drlib_bench drlib-sim drlib-replay -- --no-print-directory >"$dir.buildlog" 2>&1 || {
+cmake --build "$dir" -j "$(nproc)" --target drlib_bench drlib_stack_depth drlib-sim drlib-replay -- --no-print-directory >"$dir.buildlog" 2>&1 || {
   tail -n 60 "$dir.buildlog"; echo "=== bench: build failed"; exit 1; }
 
 echo "=== wall-clock time (this machine)"
@@ -60,4 +60,10 @@ print("seed %s: heading RMS %.3f deg, tip H RMS %.1f mm %s" % (sys.argv[2], head
 sys.exit(0 if ok else 1)
 PY
 done
+
+echo "=== deepest stack use of DrlibUpdateFusion (stack painting)"
+for scenario in survey calibration static; do
+  "$dir/drlib-sim" --scenario "$scenario" --quiet --out "$dir/stack-$scenario.log" --truth "$dir/stack-$scenario.csv"
+done
+"$dir/bench/drlib_stack_depth" "$dir"/stack-{survey,calibration,static}.log
 exit $status

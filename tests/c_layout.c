@@ -1,9 +1,10 @@
-/* A host compiled as C99: the public header compiles, its layout checks hold,
+/* A host compiled as C99: both headers compile, their layout checks hold,
  * and the static library links with the C driver alone (no C++ runtime). */
 #include <stdio.h>
 #include <string.h>
 
 #include "drlib.h"
+#include "drlib_toolkit.h"
 
 int main(void) {
     unsigned char rec[DRLIB_INPUT_SIZE(12)];

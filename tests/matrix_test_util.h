@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace mtest {
 

@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <string>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

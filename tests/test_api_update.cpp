@@ -8,7 +8,7 @@
 #include "dr_entry.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "sim_replay.h"
 
 namespace {

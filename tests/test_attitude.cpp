@@ -5,7 +5,7 @@
 #include <math.h>
 #include <string.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <limits>
 #include <random>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 TEST(ScaleAndClassify, MatchLibm) {
     std::mt19937 rng(71);

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <math.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

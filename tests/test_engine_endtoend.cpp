@@ -8,7 +8,7 @@
 #include "common_replay.h"
 #include "dr_entry.h"
 #include "dr_fusion_state.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "imu_model.h"
 #include "log_io.h"
 #include "sim_replay.h"

@@ -30,7 +30,7 @@ soname=$("$READELF" -d "$libdir"/libdrlib.so.*.*.* | sed -n 's/.*Library soname:
 [ "$soname" = libdrlib.so.4 ] || fail "SONAME is '$soname', expected libdrlib.so.4"
 [ "$(readlink "$libdir/libdrlib.so.4")" = "$(basename "$libdir"/libdrlib.so.*.*.*)" ] || fail "libdrlib.so.4 link"
 [ "$(readlink "$libdir/libdrlib.so")" = libdrlib.so.4 ] || fail "libdrlib.so link"
-for f in "$libdir/libdrlib.a" "$prefix/include/drlib.h" "$libdir/cmake/drlib/drlibConfig.cmake" \
+for f in "$libdir/libdrlib.a" "$prefix/include/drlib.h" "$prefix/include/drlib_toolkit.h" "$libdir/cmake/drlib/drlibConfig.cmake" \
          "$libdir/cmake/drlib/drlibConfigVersion.cmake" "$libdir/pkgconfig/drlib.pc" \
          "$prefix/share/doc/drlib/examples/tilt_host.c"; do
   [ -f "$f" ] || fail "missing ${f#"$prefix"/}"
@@ -81,7 +81,9 @@ export PKG_CONFIG_LIBDIR=$libdir/pkgconfig PKG_CONFIG_PATH=
 [ "$("$PKG_CONFIG" --modversion drlib)" = 4.4.0 ] || fail "pkg-config --modversion drlib"
 mkdir "$work/pc"
 cp "$prefix/share/doc/drlib/examples/tilt_host.c" "$prefix/share/doc/drlib/examples/Makefile" "$work/pc/"
-make -s -C "$work/pc" CC="$CC" PKG_CONFIG="$PKG_CONFIG" >"$work/make.txt" 2>&1 || { cat "$work/make.txt"; fail "pkg-config consumer: build"; }
+# The installed Makefile, with the prefix given on make's command line as the README says.
+env -u PKG_CONFIG_LIBDIR make -s -C "$work/pc" CC="$CC" PKG_CONFIG="$PKG_CONFIG" PKG_CONFIG_PATH="$libdir/pkgconfig" \
+  >"$work/make.txt" 2>&1 || { cat "$work/make.txt"; fail "pkg-config consumer: build"; }
 needs_soname "$work/pc/tilt_host"
 out=$(run "$work/pc/tilt_host")
 same_output "pkg-config drlib" "$out"

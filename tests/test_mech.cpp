@@ -6,7 +6,7 @@
 #include <string.h>
 
 #include "dr_mech_stages.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "matrix_test_util.h"
 
 namespace {

@@ -77,7 +77,7 @@ $files"
   readelf -h "$work/t-$arch/usr/bin/drlib-replay" | grep -q "Machine: *$machine\$" \
     || fail "$arch: drlib-replay is not built for $machine"
   files=$(dpkg-deb --contents "$dev" | awk '{print $6}')
-  for f in ./usr/include/drlib.h ./usr/lib/$triple/libdrlib.so ./usr/lib/$triple/libdrlib.a \
+  for f in ./usr/include/drlib.h ./usr/include/drlib_toolkit.h ./usr/lib/$triple/libdrlib.so ./usr/lib/$triple/libdrlib.a \
            ./usr/lib/$triple/cmake/drlib/drlibConfig.cmake ./usr/lib/$triple/cmake/drlib/drlibConfigVersion.cmake \
            ./usr/lib/$triple/pkgconfig/drlib.pc ./usr/share/doc/drlib/examples/tilt_host.c; do
     grep -qx "$f" <<<"$files" || fail "dev package lacks $f"

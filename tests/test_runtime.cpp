@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 const uint8_t kCheck[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};

@@ -6,6 +6,8 @@
 // reported deviations fails here.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "common_ext.h"
@@ -90,6 +92,11 @@ TEST(Scenario, SimulatedSessionsReachCentimetreTipAccuracy) {
 // Measured: error-free IMU 4.8 s; 30 (92), 15 (46) mm; heading 2.6 deg; 74 %, 99.9 %.
 // Noisy IMU: a solution from the first tilt on; 25 (64), 15 (46) mm; 79 %, 100 %.
 TEST(ExternalSession, AgreesWithOurOwnSimulations) {
+    const char *shared = std::getenv("DRLIB_SHARED_DIR");
+    const std::string dir = std::string(shared != nullptr ? shared : DRLIB_SHARED_DIR) +
+                            "/datasets/pole-tilt-ext";
+    if (!std::filesystem::is_directory(dir))
+        GTEST_SKIP() << dir << " is absent (it lies beside the checkout, in ../shared)";
     const struct { const char *imu_file; Limits lim; } cases[] = {
         {"imu_true_100hz.csv", {7.5, 1.0, 0.045, 0.140, 0.022, 0.070, 0.5, 0.95, kAny, kAny}},
         {"imu_100hz.csv", {7.5, 1.0, 0.037, 0.096, 0.022, 0.070, 0.5, 0.95, kAny, kAny}},
@@ -98,7 +105,6 @@ TEST(ExternalSession, AgreesWithOurOwnSimulations) {
         SCOPED_TRACE(c.imu_file);
         drtools::ExtSession s;
         std::string error;
-        const std::string dir = std::string(DRLIB_SHARED_DIR) + "/datasets/pole-tilt-ext";
         ASSERT_TRUE(drtools::convert_ext_session(dir, c.imu_file, s, error)) << error;
         drtools::ReplayOptions ro;
         for (int i = 0; i < 3; ++i) ro.pole_m[i] = s.pole_m[i];

@@ -10,7 +10,7 @@
 
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include "common_pole.h"
 #include "common_replay.h"
 #include "common_report.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "log_io.h"
 #include "truth_csv.h"
 

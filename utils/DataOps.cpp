@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "chi2inv_norm_table.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

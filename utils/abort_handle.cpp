@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "dr_state.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 constexpr auto &s_bEnAssertWeak = drlib::g_state.assert_weak;  // 1 from load time

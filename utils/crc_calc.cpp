@@ -1,7 +1,7 @@
 // Table-driven CRCs. Each routine continues a running register; initial
 // values and final XORs are the caller's, as each format defines them.
 // The tables are generated at compile time from their polynomials.
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "matrix_packed.h"
 
 namespace drlib {

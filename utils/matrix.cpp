@@ -4,7 +4,7 @@
 #include <math.h>
 #include <stddef.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "householder.h"
 #include "matrix_packed.h"
 

@@ -3,7 +3,7 @@
 // Jacobi eigen-decomposition.
 #include <math.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "matrix_packed.h"
 
 using drlib::packed_index;

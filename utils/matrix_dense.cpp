@@ -2,7 +2,7 @@
 // navigation code and the general products of the filter and calibration.
 // Sums run with the inner index ascending from 0.0, so that every caller gets
 // the same bits on every target.
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 extern "C" {
 

@@ -4,7 +4,7 @@
 // Time update:        [A L | G]                  -> lq_decompose -> [L+ | 0]
 // Measurement update: [[R^1/2, H L], [0, L]]      -> lq_decompose -> [[S^1/2, 0], [Kbar, L+]]
 // with the gain K = Kbar * S^-1/2.
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "matrix_packed.h"
 
 using drlib::packed_index;

@@ -8,7 +8,7 @@
 #include <stdint.h>
 #include <string.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace drlib {
 

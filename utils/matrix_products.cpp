@@ -1,7 +1,7 @@
 // Products between dense, packed triangular (L) and packed symmetric (S)
 // operands. Every sum starts at 0.0 in a local and runs with its index
 // ascending; each output element is stored once, in storage order.
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "matrix_packed.h"
 
 using drlib::packed_index;

@@ -3,7 +3,10 @@
 #include <stdarg.h>
 #include <stdio.h>
 
-#include "drlib.h"
+// The one unit of the library that declares strlcpy (see cmake/library.cmake);
+// it includes nothing that declares the C library's.
+#undef DRLIB_TOOLKIT_NO_STRLCPY
+#include "drlib_toolkit.h"
 
 extern "C" {
 

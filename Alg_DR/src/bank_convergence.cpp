@@ -6,7 +6,7 @@
 // names the centre of the tightest neighbour triple; a second established
 // cluster elsewhere means the bank cannot tell which is right.
 #include "dr_fusion_state.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "dr_options.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "kf_dims.h"
 #include "matrix_packed.h"
 

@@ -4,7 +4,7 @@
 #include <math.h>
 
 #include "dr_consts.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // curvature, Earth rate in n, and three gravity models.
 #include <math.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 

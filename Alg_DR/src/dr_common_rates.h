@@ -2,7 +2,7 @@
 // by the mechanization, the filter feedback, the GNSS update and the bank start.
 #pragma once
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace drlib {
 

@@ -4,7 +4,7 @@
 #include <stdint.h>
 
 #include "dr_state.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace drlib {
 

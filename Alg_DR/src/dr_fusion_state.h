@@ -7,7 +7,7 @@
 #include <stdint.h>
 
 #include "dr_state.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 enum : uint8_t {
     FLT_STATE_IDLE = 0,  // no filter running; waiting to start the bank

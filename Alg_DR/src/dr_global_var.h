@@ -6,7 +6,7 @@
 #include <stdint.h>
 
 #include "dr_state.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 static constexpr auto &g_FusionInBuf = drlib::g_state.fusion_in_buf;
 static constexpr auto &g_FusionInPos = drlib::g_state.fusion_in_pos;  // entry written by the next cycle: g_FusionInPos & 0x1ff

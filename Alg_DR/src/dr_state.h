@@ -15,7 +15,7 @@
 
 #include <stdint.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 // The history keeps the last 512 epochs (51.2 s at 10 Hz); the counters run
 // freely and are masked, so they may wrap after 2^32 records.

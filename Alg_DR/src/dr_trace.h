@@ -5,7 +5,7 @@
 
 #include <stdint.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace drlib {
 

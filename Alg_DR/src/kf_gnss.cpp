@@ -8,7 +8,7 @@
 #include "dr_consts.h"
 #include "dr_global_var.h"
 #include "dr_trace.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "kf_dims.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <math.h>
 #include <stddef.h>
 
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "kf_dims.h"
 #include "householder.h"
 #include "matrix_packed.h"

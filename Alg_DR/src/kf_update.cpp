@@ -6,7 +6,7 @@
 // a full matrix; only the m x m factor S^1/2 is inverted for the gain.
 #include "dr_assert.h"
 #include "dr_common_rates.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 #include "kf_dims.h"
 #include "matrix_packed.h"
 

@@ -12,7 +12,7 @@
 #include "dr_consts.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
-#include "drlib.h"
+#include "drlib_toolkit.h"
 
 namespace {
 
