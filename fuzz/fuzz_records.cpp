@@ -294,12 +294,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 break;
             }
             case 5: DrlibReset(); break;
-            case 6: { const DrCfg c = PickCfg(in); DrlibUpdateCfg(in.ConsumeBool() ? &c : nullptr); break; }
-            case 7: { const DrCfg c = PickCfg(in); run.host.Init(in.ConsumeBool() ? &c : nullptr); break; }
+            case 6: {
+                const DrCfg c = PickCfg(in);
+                const bool own = in.ConsumeBool();
+                DrlibUpdateCfg(own ? &c : nullptr);
+                if (own) run.host.SettingsFromFuzzer();
+                break;
+            }
+            case 7: {
+                const DrCfg c = PickCfg(in);
+                const bool own = in.ConsumeBool();
+                run.host.Init(own ? &c : nullptr);
+                if (own) run.host.SettingsFromFuzzer();
+                break;
+            }
             case 8: {
                 double v[3] = {0.0, 0.0, 1.892};
                 v[in.ConsumeIntegralInRange<int>(0, 2)] = PickDouble(in, 1.892);
                 DrlibSetHwCfg(in.ConsumeBool() ? v : nullptr);
+                run.host.SettingsFromFuzzer();
                 break;
             }
             case 9: {  // calibration on the antenna's point or anywhere
@@ -321,7 +334,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 DrCfg c = PickCfg(in);
                 c.bias_store_mode = 3;
                 run.host.Destroy(in.ConsumeBool() ? &c : nullptr);
-                if (in.ConsumeBool()) run.host.Init(&c);
+                if (in.ConsumeBool()) {
+                    run.host.Init(&c);
+                    run.host.SettingsFromFuzzer();
+                }
                 break;
             }
             default: {

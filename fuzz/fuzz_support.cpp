@@ -54,8 +54,9 @@ void OnCalib(uint32_t code, const void *data, uint32_t len) {
         double r[3];
         std::memcpy(r, data, 24);
         for (double a : r) {
-            // A NaN result follows a NaN solution the library accepted as it
-            // stood; the limit holds for every result a receiver's data can give.
+            // A NaN result follows a NaN the library took as it stood (an
+            // absurd record, a fuzzed scale or pole); the limit holds for
+            // every result a receiver's data and the host's settings give.
             if (std::isnan(a) && !g_expect_finite) continue;
             if (!(std::fabs(a) * kDegPerRad <= 1.08 + 1e-9)) {
                 std::fprintf(stderr, "calibration result %.17g %.17g %.17g rad\n", r[0], r[1], r[2]);
@@ -72,12 +73,14 @@ void OnCalib(uint32_t code, const void *data, uint32_t len) {
 bool SameBits(const void *a, const void *b, size_t n) { return std::memcmp(a, b, n) == 0; }
 
 // A solution a receiver on the Earth could report: near the surface (within
-// several hundred kilometres, whatever the latitude) and slower than any vehicle
-// a pole rides on.
+// several hundred kilometres, whatever the latitude), slower than any vehicle
+// a pole rides on, and with finite deviations (the tip's total deviation and
+// the calibration carry the position deviation as it stands).
 bool ReceiverLike(const DrInput &rec) {
     double r2 = 0.0;
     for (int i = 0; i < 3; ++i) {
         if (!std::isfinite(rec.pos[i]) || !(std::fabs(rec.vel[i]) < 1e3)) return false;
+        if (!std::isfinite(rec.pos_std[i]) || !std::isfinite(rec.vel_std[i])) return false;
         r2 += rec.pos[i] * rec.pos[i];
     }
     return r2 > 6.0e6 * 6.0e6 && r2 < 7.0e6 * 7.0e6;
@@ -255,6 +258,7 @@ Host::Host() = default;
 void Host::Init(const DrCfg *cfg) {
     DrlibInit(cfg);
     absurd_since_refusal_ = false;
+    fuzzed_settings_ = false;
     DrlibSetHwCfg(kPole_m);
     inited_ = true;
     RegisterTilt(true);
@@ -283,7 +287,7 @@ void Host::StartCalib(const double *ref_e, uint32_t target, bool with_callback) 
 
 uint32_t Host::Feed(const DrInput *rec) {
     g_tilt_calls = 0;
-    g_expect_finite = !absurd_since_refusal_ && ReceiverLike(*rec);
+    g_expect_finite = !absurd_since_refusal_ && !fuzzed_settings_ && ReceiverLike(*rec);
     g_in_update = true;
     const uint32_t result = DrlibUpdateFusion(rec);
     g_in_update = false;

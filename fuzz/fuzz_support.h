@@ -40,7 +40,8 @@ extern const double kPole_m[3];
 // the last refused one carried a position and velocity a receiver could
 // report (the library trusts an accepted record's solution: an absurd one
 // corrupts the run until the next refusal); calibration reports come only
-// inside a processed cycle and carry the documented lengths and ranges.
+// inside a processed cycle and carry the documented lengths and ranges (a
+// result may be NaN only after an absurd record or with fuzzed settings).
 class Host {
 public:
     Host();
@@ -49,6 +50,9 @@ public:
     uint32_t Feed(const DrInput *rec);
     void RegisterTilt(bool on);
     void StartCalib(const double *ref_e, uint32_t target, bool with_callback);
+    // The fuzzer set the configuration or the pole vector itself (any
+    // value, NaN included); a fresh Init goes back to the host's own.
+    void SettingsFromFuzzer() { fuzzed_settings_ = true; }
     bool inited() const { return inited_; }
     size_t fed() const { return fed_; }
 
@@ -59,6 +63,7 @@ private:
     bool inited_ = false;
     bool tilt_cb_ = false;
     bool absurd_since_refusal_ = false;  // an accepted record no receiver would send
+    bool fuzzed_settings_ = false;
     size_t fed_ = 0;
 };
 
