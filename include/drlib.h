@@ -407,7 +407,7 @@ DRLIB_API int32_t DrlibSetHwCfg(const double *v);
  * cos r cos p), so tilt = acos(-cos r cos p); a plumb pole has r near pi.
  *
  * Resources. All state is static, about 350 KiB, nearly all of it zero at
- * load (.bss: 358,104 bytes on armhf, 358,272 on x86-64; 319,488 of them the
+ * load (.bss: 358,288 bytes on armhf, 358,328 on x86-64; 319,488 of them the
  * 512-epoch input history). Nothing is allocated and no thread is created.
  * The deepest stack a DrlibUpdateFusion call reached below its caller's
  * frame, in simulated survey, calibration and static sessions with and
