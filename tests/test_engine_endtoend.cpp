@@ -10,24 +10,14 @@
 #include "dr_fusion_state.h"
 #include "drlib_toolkit.h"
 #include "imu_model.h"
-#include "log_io.h"
 #include "sim_replay.h"
-#include "simulator.h"
 
 namespace {
-
-drsim::SimOptions Session(const char *name, uint64_t seed, double scale = 1.0) {
-    drsim::SimOptions opt;
-    opt.scenario.name = name;
-    opt.scenario.seed = seed;
-    opt.scenario.duration_scale = scale;
-    return opt;
-}
 
 // DrlibDestroy in mode 3 hands back the main filter's bias; the next run,
 // which never stands still, starts its main filter from it.
 TEST(EndToEnd, LearnedBiasIsStoredAndSeedsTheNextRun) {
-    const drsim::SimOptions opt = Session("survey", 3);
+    const drsim::SimOptions opt = simtest::scenario("survey", 3);
     const drsim::SimResult sim = drsim::simulate(opt);
     drtools::ReplayOptions ro;
     ro.use_cfg = true;
@@ -42,7 +32,7 @@ TEST(EndToEnd, LearnedBiasIsStoredAndSeedsTheNextRun) {
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(stored.gyro_bias_code[k] - (k + 1.0), bias[k], tol[k]) << k;
 
     // The next run starts its main filter from the stored code.
-    const drsim::SimResult next = drsim::simulate(Session("calibration", 3, 0.2));
+    const drsim::SimResult next = drsim::simulate(simtest::scenario("calibration", 3, 0.2));
     DrlibInit(&stored);
     bool promoted = false;
     for (const simtest::Record &r : simtest::split_records(next.log)) {
@@ -59,7 +49,7 @@ TEST(EndToEnd, LearnedBiasIsStoredAndSeedsTheNextRun) {
 // roll 0.45 deg, pitch -0.13 deg, reported heading -0.02 deg (0.3 of the
 // estimate); the estimate shares the main filter's attitude errors.
 TEST(EndToEnd, CalibrationReportsTheMounting) {
-    const drsim::SimResult sim = drsim::simulate(Session("calibration", 1));
+    const drsim::SimResult sim = drsim::simulate(simtest::scenario("calibration", 1));
     drtools::ReplayOptions ro;
     ro.calibrate = true;
     for (int i = 0; i < 3; ++i) ro.calib_point_e[i] = sim.truth[0].tip_e[i];

@@ -27,12 +27,8 @@ DrCfg DefaultCfgWith(uint32_t options) {
 }
 
 drsim::SimResult Survey(bool error_free, double lon_rad = 1.98) {
-    drsim::SimOptions opt;  // survey, seed 1, industrial IMU
+    drsim::SimOptions opt = simtest::scenario("survey", 1, 1.0, error_free);
     opt.scenario.point.lon = lon_rad;
-    if (error_free) {
-        opt.imu_grade = "ideal";
-        opt.gnss.noise = false;
-    }
     return drsim::simulate(opt);
 }
 

@@ -13,7 +13,7 @@
 #include "common_ext.h"
 #include "common_replay.h"
 #include "common_report.h"
-#include "simulator.h"
+#include "sim_replay.h"
 
 namespace {
 
@@ -43,14 +43,7 @@ void expect_within(const drtools::Report &r, const Limits &l) {
 }
 
 drtools::ReplayOutput run_scenario(const char *name, bool error_free, drsim::SimResult &sim) {
-    drsim::SimOptions opt;
-    opt.scenario.name = name;
-    opt.scenario.seed = 1;
-    if (error_free) {
-        opt.imu_grade = "ideal";
-        opt.gnss.noise = false;
-    }
-    sim = drsim::simulate(opt);
+    sim = drsim::simulate(simtest::scenario(name, 1, 1.0, error_free));
     return drtools::replay_log(sim.log, drtools::ReplayOptions{});  // 1.892 m pole, library defaults
 }
 

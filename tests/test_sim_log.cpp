@@ -5,20 +5,12 @@
 #include <cstring>
 
 #include "dr_global_var.h"
-#include "drlib.h"
 #include "log_io.h"
 #include "sim_replay.h"
-#include "simulator.h"
 
 namespace {
 
-drsim::SimOptions short_run(const char *scenario, uint64_t seed) {
-    drsim::SimOptions opt;
-    opt.scenario.name = scenario;
-    opt.scenario.seed = seed;
-    opt.scenario.duration_scale = 0.1;
-    return opt;
-}
+drsim::SimOptions short_run(const char *scenario, uint64_t seed) { return simtest::scenario(scenario, seed, 0.1); }
 
 // A session across the end of the GNSS week, with the sequence number
 // wrapping and a consumer-grade IMU at the largest jitter the spacing rule

@@ -10,7 +10,6 @@
 
 #include "dr_fusion_state.h"
 #include "dr_state_snapshot.h"
-#include "drlib.h"
 #include "sim_replay.h"
 
 namespace {
@@ -30,10 +29,8 @@ std::vector<uint8_t> Replay(const std::vector<simtest::Record> &recs, size_t fro
 }
 
 TEST(StateSnapshot, RestoredCopyReplaysTheSameBytes) {
-    drsim::SimOptions opt;
-    opt.scenario.name = "survey";
-    opt.scenario.duration_scale = 0.4;  // still 8 s, then tilting: the main filter after about 11 s
-    const std::vector<simtest::Record> recs = simtest::split_records(drsim::simulate(opt).log);
+    // Still 8 s, then tilting: the main filter after about 11 s.
+    const std::vector<simtest::Record> recs = simtest::split_records(drsim::simulate(simtest::scenario("survey", 1, 0.4)).log);
     ASSERT_GT(recs.size(), 400u);
 
     struct Point {
@@ -42,9 +39,8 @@ TEST(StateSnapshot, RestoredCopyReplaysTheSameBytes) {
         uint8_t driver_state;
     } const points[] = {{5, false, FLT_STATE_IDLE}, {30, false, FLT_STATE_CONV},
                         {250, false, FLT_STATE_MAIN}, {250, true, FLT_STATE_MAIN}};
-    auto taken = std::make_unique<drlib::LibState>();
-    auto end_of_run = std::make_unique<drlib::LibState>();
-    auto end_of_replay = std::make_unique<drlib::LibState>();
+    const auto states = std::make_unique<drlib::LibState[]>(3);  // taken, end of the run, end of the replay
+    drlib::LibState &taken = states[0], &end_of_run = states[1], &end_of_replay = states[2];
     for (const Point &p : points) {
         SCOPED_TRACE(p.at);
         simtest::start_engine();
@@ -55,20 +51,20 @@ TEST(StateSnapshot, RestoredCopyReplaysTheSameBytes) {
             DrlibCalibStart(ref, 1200, nullptr);
         }
         ASSERT_EQ(s_FltState, p.driver_state);
-        drlib::TakeStateSnapshot(*taken);
+        drlib::TakeStateSnapshot(taken);
         const std::vector<uint8_t> run = Replay(recs, p.at, p.at + 120);
-        drlib::TakeStateSnapshot(*end_of_run);
+        drlib::TakeStateSnapshot(end_of_run);
 
         // Something else in between: another start, other records, a reset.
         simtest::start_engine();
         Replay(recs, 100, 160);
         DrlibReset();
 
-        drlib::RestoreStateSnapshot(*taken);
+        drlib::RestoreStateSnapshot(taken);
         const std::vector<uint8_t> replay = Replay(recs, p.at, p.at + 120);
-        drlib::TakeStateSnapshot(*end_of_replay);
+        drlib::TakeStateSnapshot(end_of_replay);
         EXPECT_EQ(run, replay);
-        EXPECT_EQ(std::memcmp(end_of_run.get(), end_of_replay.get(), sizeof(drlib::LibState)), 0);
+        EXPECT_EQ(std::memcmp(&end_of_run, &end_of_replay, sizeof(drlib::LibState)), 0);
     }
 }
 

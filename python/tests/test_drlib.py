@@ -48,12 +48,6 @@ class ReplayAgainstHost(unittest.TestCase):
     def tearDownClass(cls):
         cls.tmp.cleanup()
 
-    def write(self, name, data):
-        path = os.path.join(self.tmp.name, name)
-        with open(path, "wb") as f:
-            f.write(data)
-        return path
-
     def assert_same_rows(self, rows, epochs):
         self.assertEqual(len(rows), len(epochs))
         for row, ep in zip(rows, epochs):
@@ -85,15 +79,18 @@ class ReplayAgainstHost(unittest.TestCase):
         self.assertEqual([bytes(s) for s in drlib.replay(self.log)],
                          [bytes(e.status) for e in epochs if e.status is not None])
 
-    def test_broken_sequence_and_pole_row_for_row(self):
+    def test_broken_sequence_pole_and_options_row_for_row(self):
         # Record 200 claims a later sequence number: the library rejects it, drops
         # its history and starts over with the next record.
         data = bytearray(self.data)
         seq_at = list(drlib.read_log(self.data))[200][0] + drlib.DrInput.seq.offset
         struct.pack_into("<I", data, seq_at, struct.unpack_from("<I", data, seq_at)[0] + 5)
-        broken = self.write("broken.log", data)
-        rows, _ = replay_csv(broken, "--pole", "2.1")
-        epochs = list(drlib.epochs(broken, pole=2.1))
+        broken = os.path.join(self.tmp.name, "broken.log")
+        with open(broken, "wb") as f:
+            f.write(data)
+        rows, _ = replay_csv(broken, "--pole", "2.1", "--options", "aligned,screen")
+        both = drlib.OPT_ALIGNED_VELOCITY | drlib.OPT_SCREEN_SOLUTIONS
+        epochs = list(drlib.epochs(broken, pole=2.1, options=both))
         self.assert_same_rows(rows, epochs)
         self.assertEqual(epochs[200].result, 1)
         self.assertIsNone(epochs[200].status)
@@ -110,16 +107,10 @@ class ReplayAgainstHost(unittest.TestCase):
         for k in range(3):
             self.assertAlmostEqual(cfg.gyro_bias_code[k], k + 1.0, delta=0.01)
 
-    def test_options_row_for_row(self):
-        both = drlib.OPT_ALIGNED_VELOCITY | drlib.OPT_SCREEN_SOLUTIONS
-        self.assert_same_rows(replay_csv(self.log, "--options", "aligned,screen")[0],
-                              list(drlib.epochs(self.log, options=both)))
-
     def test_truncated_log_stops_after_the_last_whole_record(self):
-        cut = self.write("cut.log", self.data[:-100])
         seen = []
         with self.assertRaises(drlib.LogError) as caught:
-            for ep in drlib.epochs(cut):
+            for ep in drlib.epochs(self.data[:-100]):
                 seen.append(ep)
         records = list(drlib.read_log(self.data))
         self.assertEqual(len(seen), len(records) - 1)
