@@ -33,7 +33,9 @@ TEST(ApiVersion, FullTextAndTruncation) {
 // Mounting angles below 1.2 deg each give the body-to-n convention's matrix
 // (Rz Ry Rx), one at the limit none; the pole lever is stored negated and
 // survives initialisation; a null configuration restores the built-in one.
-TEST(ApiConfig, MountingLeverAndDefaults) {
+// A configuration update keeps the callback, the history and the engine;
+// initialisation forgets all three and any pending reset request.
+TEST(ApiConfig, MountingLeverDefaultsAndWhatAnUpdateKeeps) {
     DrCfg cfg = drlib::drcfg16470;
     const double rph[3] = {0.02, -0.02, 0.01};
     std::memcpy(cfg.mount_rph, rph, sizeof rph);
@@ -43,8 +45,13 @@ TEST(ApiConfig, MountingLeverAndDefaults) {
     quat2dcm(m, q);
     for (int k = 0; k < 9; ++k) EXPECT_NEAR(s_cub.dcm[k], m[k], 1e-12) << k;
     cfg.mount_rph[2] = -0.020943951023931952;
+    DrlibRegisterCB(CountTilt);
+    g_FusionInNum = 25;
+    s_FltState = FLT_STATE_CONV;
     DrlibUpdateCfg(&cfg);
     EXPECT_EQ(std::memcmp(s_cub.dcm, kIdentity, sizeof kIdentity), 0);
+    EXPECT_TRUE(drlib::tiltUpdateCB == &CountTilt && g_FusionInNum == 25u && s_FltState == FLT_STATE_CONV);
+    DrlibReset();
 
     const double pole_m[3] = {0.1, -0.2, 1.5}, standard[3] = {0.0, 0.0, 1.892}, want[3] = {-0.1, 0.2, -1.5};
     DrlibSetHwCfg(pole_m);
@@ -53,25 +60,10 @@ TEST(ApiConfig, MountingLeverAndDefaults) {
     g_level_arm_b[0] = 5.0;
     DrlibInit(nullptr);
     EXPECT_EQ(std::memcmp(&drlib::drcfg, &drlib::drcfg16470, sizeof(DrCfg)), 0);
-    EXPECT_TRUE(g_level_arm_b[0] == -0.03404 && s_FltState == FLT_STATE_IDLE);
+    EXPECT_TRUE(g_level_arm_b[0] == -0.03404 && s_FltState == FLT_STATE_IDLE && g_FusionInNum == 0u);
+    EXPECT_TRUE(drlib::tiltUpdateCB == nullptr && drlib::bResetNotice == 0);
     EXPECT_EQ(std::memcmp(drlib::hwcfg.lever, want, sizeof want), 0);
     DrlibSetHwCfg(standard);
-}
-
-// A configuration update keeps the callback, the history and the engine;
-// initialisation forgets all three and any pending reset request.
-TEST(ApiConfig, UpdateCfgKeepsCallbackHistoryAndEngineInitForgetsThem) {
-    DrlibInit(nullptr);
-    DrlibRegisterCB(CountTilt);
-    g_FusionInNum = 25;
-    s_FltState = FLT_STATE_CONV;
-    DrCfg cfg = drlib::drcfg16470;
-    DrlibUpdateCfg(&cfg);
-    EXPECT_TRUE(drlib::tiltUpdateCB == &CountTilt && g_FusionInNum == 25u && s_FltState == FLT_STATE_CONV);
-    DrlibReset();
-    DrlibInit(nullptr);
-    EXPECT_TRUE(drlib::tiltUpdateCB == nullptr && drlib::bResetNotice == 0);
-    EXPECT_TRUE(g_FusionInNum == 0u && s_FltState == FLT_STATE_IDLE);
 }
 
 TEST(ApiCalibStart, TargetFloorAndStop) {
