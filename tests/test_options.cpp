@@ -144,9 +144,7 @@ TEST(Screening, RefusesEachKindOfOutlierLikeAnInvalidRecord) {
         const int calls = simtest::g_tilt_calls;
         EXPECT_EQ(simtest::feed(recs[c.at]), c.refused ? 1u : 0u);
         EXPECT_EQ(simtest::g_tilt_calls, calls + (c.refused ? 0 : 1));
-        if (c.refused) {
-            EXPECT_EQ(g_FusionInNum, 0u);  // the run starts afresh
-        }
+        if (c.refused) { EXPECT_EQ(g_FusionInNum, 0u); }  // the run starts afresh
         // A moving receiver whose positions fit its velocities stays accepted.
         for (size_t i = c.at + 1; !c.refused && c.at == kMid && i < recs.size(); ++i) {
             ASSERT_EQ(simtest::feed(recs[i]), 0u) << i;

@@ -70,14 +70,22 @@ class ReplayAgainstHost(unittest.TestCase):
                 got = float(row[name])
                 self.assertEqual(f32(got) if "std" in name else got, value, "%s %s" % (where, name))
 
-    def test_survey_log_row_for_row(self):
-        rows, _ = replay_csv(self.log)
-        epochs = list(drlib.epochs(self.log))
+    def test_survey_log_row_for_row_and_the_stored_bias(self):
+        cfg = drlib.DrCfg(0, 3, 1.52587890625e-06, 1.9073486328125e-05,
+                          1.0058283805847168e-06, 1.862645149230957e-07)
+        epochs = list(drlib.epochs(self.log, cfg=cfg))
+        rows, text = replay_csv(self.log, "--bias-store")
         self.assert_same_rows(rows, epochs)
         # A run that reaches every accuracy class the session allows, not a stream of class 0.
         self.assertGreater(sum(1 for e in epochs if e.status and e.status.status), len(epochs) // 2)
+        # The defaults (no bias stored) deliver the same statuses.
         self.assertEqual([bytes(s) for s in drlib.replay(self.log)],
                          [bytes(e.status) for e in epochs if e.status is not None])
+        stored = [float(x) for x in text.split("encoded as 1+bx, 2+by, 3+bz:")[1].rstrip(")\n").split()]
+        self.assertEqual(stored, list(cfg.gyro_bias_code))
+        # The learned bias is small next to the offsets that encode it.
+        for k in range(3):
+            self.assertAlmostEqual(cfg.gyro_bias_code[k], k + 1.0, delta=0.01)
 
     def test_broken_sequence_pole_and_options_row_for_row(self):
         # Record 200 claims a later sequence number: the library rejects it, drops
@@ -94,18 +102,6 @@ class ReplayAgainstHost(unittest.TestCase):
         self.assert_same_rows(rows, epochs)
         self.assertEqual(epochs[200].result, 1)
         self.assertIsNone(epochs[200].status)
-
-    def test_configuration_and_stored_bias(self):
-        cfg = drlib.DrCfg(0, 3, 1.52587890625e-06, 1.9073486328125e-05,
-                          1.0058283805847168e-06, 1.862645149230957e-07)
-        epochs = list(drlib.epochs(self.log, cfg=cfg))
-        rows, text = replay_csv(self.log, "--bias-store")
-        self.assert_same_rows(rows, epochs)
-        stored = [float(x) for x in text.split("encoded as 1+bx, 2+by, 3+bz:")[1].rstrip(")\n").split()]
-        self.assertEqual(stored, list(cfg.gyro_bias_code))
-        # The learned bias is small next to the offsets that encode it.
-        for k in range(3):
-            self.assertAlmostEqual(cfg.gyro_bias_code[k], k + 1.0, delta=0.01)
 
     def test_truncated_log_stops_after_the_last_whole_record(self):
         seen = []
