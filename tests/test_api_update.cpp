@@ -13,22 +13,17 @@
 
 namespace {
 
-using simtest::g_tilt;
-using simtest::g_tilt_calls;
-using simtest::Record;
-using simtest::feed;
-constexpr auto Header = simtest::header;
-constexpr auto Samples = simtest::samples;
+using namespace simtest;
 
 // Eight samples 2 ms apart right after the previous record's last one: valid
 // spacing, but the epoch's grid is not covered.
 Record ShortOfTheGrid(Record prev, const Record &cur) {
     Record r(cur.begin(), cur.begin() + static_cast<long>(DRLIB_INPUT_SIZE(8)));
-    Header(r).nsamples = 8;
-    const ImuSample last = Samples(prev)[Header(prev).nsamples - 1];
+    header(r).nsamples = 8;
+    const ImuSample last = samples(prev)[header(prev).nsamples - 1];
     for (uint32_t i = 0; i < 8; ++i) {
-        Samples(r)[i] = last;
-        Samples(r)[i].time_us = last.time_us + 2000u * (i + 1u);
+        samples(r)[i] = last;
+        samples(r)[i].time_us = last.time_us + 2000u * (i + 1u);
     }
     return r;
 }
@@ -50,7 +45,7 @@ TEST_F(UpdateCycle, FirstRecordsAreDeliveredInTheIdleForm) {
     Record r = records_[0];
     EXPECT_EQ(feed(r), 0u);
     ASSERT_EQ(g_tilt_calls, 1);
-    const DrInput &h = Header(r);
+    const DrInput &h = header(r);
     EXPECT_TRUE(g_tilt.status == 0 && g_tilt.tow_ms == h.tow_ms);
     for (int i = 0; i < 3; ++i) {
         EXPECT_TRUE(g_tilt.att[i] == 0.0 && g_tilt.tip_pos[i] == h.pos[i]) << i;
@@ -67,10 +62,10 @@ TEST_F(UpdateCycle, FirstRecordsAreDeliveredInTheIdleForm) {
 // without a callback, and the run of entries, the ring and the engine go.
 TEST_F(UpdateCycle, EveryResetPathEmptiesTheHistoryAndTheEngine) {
     const struct { const char *what; void (*edit)(Record &); } cases[] = {
-        {"invalid record", [](Record &r) { Header(r).version = 3; }},
-        {"repeated stamp", [](Record &r) { Samples(r)[3].time_us = Samples(r)[2].time_us; }},
-        {"repeated sequence number", [](Record &r) { Header(r).seq -= 1; }},
-        {"epoch missing", [](Record &r) { Header(r).tow_ms += 100; }},
+        {"invalid record", [](Record &r) { header(r).version = 3; }},
+        {"repeated stamp", [](Record &r) { samples(r)[3].time_us = samples(r)[2].time_us; }},
+        {"repeated sequence number", [](Record &r) { header(r).seq -= 1; }},
+        {"epoch missing", [](Record &r) { header(r).tow_ms += 100; }},
         {"incomplete resampling", [](Record &r) { r = ShortOfTheGrid(records_[19], r); }},
     };
     for (const auto &c : cases) {

@@ -1,4 +1,5 @@
-"""The drlib module against drlib-replay, the C host that replays the same log.
+"""The drlib module against drlib-replay, the C host that replays the same log, and
+how the module and both tools name a damaged log.
 
 Environment: DRLIB_LIBRARY (libdrlib.so), DRLIB_SIM and DRLIB_REPLAY (the tools).
 """
@@ -104,14 +105,22 @@ class ReplayAgainstHost(unittest.TestCase):
         self.assertIsNone(epochs[200].status)
 
     def test_truncated_log_stops_after_the_last_whole_record(self):
+        cut = os.path.join(self.tmp.name, "cut.log")
+        with open(cut, "wb") as f:
+            f.write(self.data[:-100])
         seen = []
         with self.assertRaises(drlib.LogError) as caught:
-            for ep in drlib.epochs(self.data[:-100]):
+            for ep in drlib.epochs(cut):
                 seen.append(ep)
         records = list(drlib.read_log(self.data))
         self.assertEqual(len(seen), len(records) - 1)
         self.assertEqual(caught.exception.offset, len(self.data) - 100)
-        self.assertIn("truncated record", str(caught.exception))
+        fault = str(caught.exception).split(": ", 1)[1]
+        self.assertTrue(fault.startswith("byte %d: truncated record" % (len(self.data) - 100)), fault)
+        for tool in ([SIM, "--check", cut], [REPLAY, cut, "--csv", os.devnull, "-q"]):  # both name it alike
+            p = subprocess.run(tool, stderr=subprocess.PIPE, universal_newlines=True)
+            self.assertEqual(p.returncode, 1)
+            self.assertIn(fault, p.stderr)
         # The session was closed on the way out: a new one opens.
         self.assertEqual(len(list(drlib.epochs(self.data[:records[-1][0]]))), len(seen))
 

@@ -1,5 +1,5 @@
 """The command-line tools as a user meets them: tilt from the pole vector,
-warnings for settings that cannot work, NMEA output, fault texts and quiet runs.
+warnings for settings that cannot work, NMEA output, the converter, quiet runs.
 
 Environment: DRLIB_SIM, DRLIB_REPLAY, DRLIB_CONVERT (the converter), DRLIB_SHARED (../shared),
 and the drlib module on PYTHONPATH (its record layouts only).
@@ -100,19 +100,6 @@ class Tools(unittest.TestCase):
             self.assertGreaterEqual(len(g[2].split(".")[1]), 7)
             self.assertAlmostEqual(float(g[9]), float(row["tip_h_m"]), delta=1e-4)
             self.assertAlmostEqual(float(t[8]), float(row["total_std_d_m"]), delta=1e-4)
-
-    def test_a_truncated_log_is_named_alike_by_both_tools(self):
-        with open(session(1), "rb") as f:
-            data = f.read()
-        cut = os.path.join(TMP, "cut.log")
-        with open(cut, "wb") as f:
-            f.write(data[:len(data) // 2 + 7])
-        rc1, _, replay_err = run(REPLAY, cut, "--csv", os.devnull, "-q")
-        rc2, _, check_err = run(SIM, "--check", cut)
-        self.assertEqual((rc1, rc2), (1, 1))
-        fault = check_err.split(": ", 2)[2].strip()
-        self.assertTrue(fault.startswith("byte %d: truncated" % (len(data) // 2 + 7)), fault)
-        self.assertIn(fault, replay_err)
 
     def test_csv_in_other_conventions_converts_to_the_same_solutions(self):
         # A simulated log written out as generic CSVs: (A) body axes, increments in rad
