@@ -79,7 +79,7 @@ TEST(ApiCalibStart, TargetFloorAndStop) {
 }
 
 // Destroy refuses later updates, and writes the bias code back in mode 3
-// only: outside the main state the configured code, without one zeros.
+// only: outside the main state the configured code.
 TEST(ApiDestroy, RefusesUpdatesAndStoresTheBiasInModeThree) {
     DrlibInit(nullptr);
     EXPECT_EQ(DrlibDestroy(nullptr), 0);
@@ -102,10 +102,7 @@ TEST(ApiDestroy, RefusesUpdatesAndStoresTheBiasInModeThree) {
     host.bias_store_mode = 3;
     host.gyro_bias_code[0] = 0.0;
     DrlibDestroy(&host);
-    EXPECT_EQ(host.gyro_bias_code[0], 1.001);
-    DrlibInit(nullptr);
-    DrlibDestroy(&host);
-    EXPECT_EQ(host.gyro_bias_code[2], 0.0);
+    EXPECT_EQ(host.gyro_bias_code[0], 1.001);  // the library's copy of the code
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // The engine from end to end on simulated sessions: the learned gyro bias
-// stored into the next run, and the mounting calibration (whole-session
+// as stored, and the mounting calibration (whole-session
 // accuracy is the scenario tests' business).
 #include <gtest/gtest.h>
 
@@ -14,9 +14,9 @@
 
 namespace {
 
-// DrlibDestroy in mode 3 hands back the main filter's bias; the next run,
-// which never stands still, starts its main filter from it.
-TEST(EndToEnd, LearnedBiasIsStoredAndSeedsTheNextRun) {
+// DrlibDestroy in mode 3 hands back the main filter's bias, close to the
+// simulated one. (How a stored code seeds the next main filter: the driver test.)
+TEST(EndToEnd, LearnedBiasIsStored) {
     const drsim::SimOptions opt = simtest::scenario("survey", 3);
     const drsim::SimResult sim = drsim::simulate(opt);
     drtools::ReplayOptions ro;
@@ -30,19 +30,6 @@ TEST(EndToEnd, LearnedBiasIsStoredAndSeedsTheNextRun) {
     // it only through the heading. Measured: 0.8e-5, 0.9e-5 and 4.1e-4 rad/s.
     const double tol[3] = {5e-5, 5e-5, 6e-4};
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(stored.gyro_bias_code[k] - (k + 1.0), bias[k], tol[k]) << k;
-
-    // The next run starts its main filter from the stored code.
-    const drsim::SimResult next = drsim::simulate(simtest::scenario("calibration", 3, 0.2));
-    DrlibInit(&stored);
-    bool promoted = false;
-    for (const simtest::Record &r : simtest::split_records(next.log)) {
-        const uint8_t before = s_FltState;
-        simtest::feed(r);
-        if (promoted || before != FLT_STATE_CONV || s_FltState != FLT_STATE_MAIN) continue;
-        promoted = true;
-        for (int k = 0; k < 3; ++k) EXPECT_EQ(FltMain.gyro_bias[k], stored.gyro_bias_code[k] - (k + 1.0)) << k;
-    }
-    EXPECT_TRUE(promoted);
 }
 
 // Tip on the first point, mounting (0.5, -0.3, 0.4) deg. Measured on seed 1:
