@@ -1,11 +1,15 @@
-// The per-epoch update through the public interface: what an accepted record
-// delivers, and every path that throws the history away.
+// The public interface as a host meets it: initialisation and configuration,
+// the pole lever, the version text, the calibration start and the gyro-bias
+// store; then the per-epoch update: what an accepted record delivers, and
+// every path that throws the history away.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "dr_entry.h"
+#include "dr_entry_api.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "drlib_toolkit.h"
@@ -14,6 +18,97 @@
 namespace {
 
 using namespace simtest;
+
+void CountTilt(const TiltStat *) { ++g_tilt_calls; }
+void NoteCalib(uint32_t, const void *, uint32_t) {}
+const double kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+
+TEST(ApiVersion, FullTextAndTruncation) {
+    const std::string full = "VelkarDrLib 4.4.06f71e.Nov 27 2020-16:39:54";
+    for (int32_t size : {64, 44, 12, 0}) {
+        char buf[64];
+        std::memset(buf, 'x', sizeof buf);
+        DrlibVerInfo(buf, size);
+        EXPECT_EQ(size ? std::string(buf) : std::string(1, buf[0]), size ? full.substr(0, size - 1) : "x");
+        EXPECT_TRUE(size == 64 || buf[size] == 'x');  // nothing beyond the given size
+    }
+    DrlibVerInfo(nullptr, 10);  // no crash
+}
+
+// Mounting angles below 1.2 deg each give the body-to-n convention's matrix
+// (Rz Ry Rx), one at the limit none; the pole lever is stored negated and
+// survives initialisation; a null configuration restores the built-in one.
+// A configuration update keeps the callback, the history and the engine;
+// initialisation forgets all three and any pending reset request.
+TEST(ApiConfig, MountingLeverDefaultsAndWhatAnUpdateKeeps) {
+    DrCfg cfg = drlib::drcfg16470;
+    const double rph[3] = {0.02, -0.02, 0.01};
+    std::memcpy(cfg.mount_rph, rph, sizeof rph);
+    DrlibInit(&cfg);
+    double q[4], m[9];
+    rph2qbn(q, rph);
+    quat2dcm(m, q);
+    for (int k = 0; k < 9; ++k) EXPECT_NEAR(s_cub.dcm[k], m[k], 1e-12) << k;
+    cfg.mount_rph[2] = -0.020943951023931952;
+    DrlibRegisterCB(CountTilt);
+    g_FusionInNum = 25;
+    s_FltState = FLT_STATE_CONV;
+    DrlibUpdateCfg(&cfg);
+    EXPECT_EQ(std::memcmp(s_cub.dcm, kIdentity, sizeof kIdentity), 0);
+    EXPECT_TRUE(drlib::tiltUpdateCB == &CountTilt && g_FusionInNum == 25u && s_FltState == FLT_STATE_CONV);
+    DrlibReset();
+
+    const double pole_m[3] = {0.1, -0.2, 1.5}, standard[3] = {0.0, 0.0, 1.892}, want[3] = {-0.1, 0.2, -1.5};
+    DrlibSetHwCfg(pole_m);
+    DrlibSetHwCfg(nullptr);
+    DrlibInit(&cfg);
+    g_level_arm_b[0] = 5.0;
+    DrlibInit(nullptr);
+    EXPECT_EQ(std::memcmp(&drlib::drcfg, &drlib::drcfg16470, sizeof(DrCfg)), 0);
+    EXPECT_TRUE(g_level_arm_b[0] == -0.03404 && s_FltState == FLT_STATE_IDLE && g_FusionInNum == 0u);
+    EXPECT_TRUE(drlib::tiltUpdateCB == nullptr && drlib::bResetNotice == 0);
+    EXPECT_EQ(std::memcmp(drlib::hwcfg.lever, want, sizeof want), 0);
+    DrlibSetHwCfg(standard);
+}
+
+TEST(ApiCalibStart, TargetFloorAndStop) {
+    DrlibInit(nullptr);
+    const double ref[3] = {-2.0e6, 4.0e6, 4.2e6};
+    DrlibCalibStart(ref, 500, NoteCalib);
+    EXPECT_TRUE(FltCub.target == 1200u && FltCub.running == 1u && FltCub.callback == &NoteCalib);
+    EXPECT_EQ(std::memcmp(FltCub.ref_pos, ref, sizeof ref), 0);
+    DrlibCalibStart(ref, 3000, nullptr);
+    DrlibCalibStart(nullptr, 1200, NoteCalib);
+    EXPECT_EQ(FltCub.running, 0u);
+    EXPECT_EQ(FltCub.target, 3000u);  // a stop touches nothing else
+}
+
+// Destroy refuses later updates, and writes the bias code back in mode 3
+// only: outside the main state the configured code.
+TEST(ApiDestroy, RefusesUpdatesAndStoresTheBiasInModeThree) {
+    DrlibInit(nullptr);
+    EXPECT_EQ(DrlibDestroy(nullptr), 0);
+    unsigned char rec[DRLIB_INPUT_SIZE(10)] = {};
+    g_tilt_calls = 0;
+    DrlibRegisterCB(CountTilt);
+    const uint32_t pos = g_FusionInPos;
+    EXPECT_EQ(DrlibUpdateFusion(reinterpret_cast<const DrInput *>(rec)), 1u);
+    EXPECT_TRUE(g_FusionInPos == pos && g_tilt_calls == 0);
+
+    DrCfg host = drlib::drcfg16470;
+    const double code[3] = {1.001, 2.002, 2.999};
+    std::memcpy(host.gyro_bias_code, code, sizeof code);
+    DrlibInit(&host);
+    host.bias_store_mode = 4;
+    const DrCfg before = host;
+    DrlibDestroy(&host);
+    EXPECT_EQ(std::memcmp(&host, &before, sizeof host), 0);
+    DrlibInit(&host);
+    host.bias_store_mode = 3;
+    host.gyro_bias_code[0] = 0.0;
+    DrlibDestroy(&host);
+    EXPECT_EQ(host.gyro_bias_code[0], 1.001);  // the library's copy of the code
+}
 
 // Eight samples 2 ms apart right after the previous record's last one: valid
 // spacing, but the epoch's grid is not covered.
