@@ -66,6 +66,18 @@ protected:
     void SetUp() override {
         ResetImuRing();
         ClearFusionInHistory();
+        drcfg = drcfg16470;
+        drcfg.gyro_scale = drcfg.acc_scale = 1.0;  // counts read back directly when resampled
+    }
+    void TearDown() override { drcfg = drcfg16470; }
+    static void Stage(uint32_t time_us, int32_t count) {
+        ImuDataBuf[ImuDataWPos++ & IMU_DATA_INDEX_MASK] = ImuSample{0, time_us, {count, 0, 0}, {count, 0, -count}};
+    }
+    static FusionIn Resample(uint32_t tow_ms) {
+        FusionIn e{};
+        e.header.tow_ms = tow_ms;
+        FillDaDv2FusionIn(&e);
+        return e;
     }
 };
 
@@ -150,25 +162,7 @@ TEST(Configuration, GyroBiasCodePresence) {
 
 constexpr double kDegToRad = M_PI / 180.0;
 
-class Resampler : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ResetImuRing();
-        drcfg = drcfg16470;
-        drcfg.gyro_scale = 1.0;  // counts read back directly
-        drcfg.acc_scale = 1.0;
-    }
-    void TearDown() override { drcfg = drcfg16470; }
-    static void Stage(uint32_t time_us, int32_t count) {
-        ImuDataBuf[ImuDataWPos++ & IMU_DATA_INDEX_MASK] = ImuSample{0, time_us, {count, 0, 0}, {count, 0, -count}};
-    }
-    static FusionIn Resample(uint32_t tow_ms) {
-        FusionIn e{};
-        e.header.tow_ms = tow_ms;
-        FillDaDv2FusionIn(&e);
-        return e;
-    }
-};
+using Resampler = Staging;
 
 // Samples on the 10 ms grid carrying their own stamp in ms: each slot must read
 // the time of its own instant, tow - 150 ms + (k - 1) * 10 ms.
@@ -220,7 +214,6 @@ TEST_F(Resampler, JitteredSamplesFollowASmoothProfile) {
     const double bound = amp * omega * omega * h_max * h_max / 8.0 + 0.5;
     std::mt19937 rng(20240611u);
     std::uniform_int_distribution<int> jitter_us(-3000, 3000);
-    ClearFusionInHistory();
     for (uint32_t n = 0; n < 60; ++n) {
         const uint32_t tow_ms = 100300u + 100u * n;  // runs across several whole seconds
         struct { DrInput h; ImuSample s[10]; } rec{};
@@ -242,7 +235,6 @@ TEST_F(Resampler, JitteredSamplesFollowASmoothProfile) {
             EXPECT_NEAR(e.dtheta[k][1], truth * kDegToRad, bound * kDegToRad);
         }
     }
-    ClearFusionInHistory();
 }
 
 // Ring index wrap-around in both directions, the whole-second test within
