@@ -126,26 +126,19 @@ class ReplayAgainstHost(unittest.TestCase):
 
 
 class LayoutChecks(unittest.TestCase):
-    def test_declared_sizes_and_offsets(self):
+    def test_declared_layout_and_the_probe_catch_wrong_records(self):
         class Unpacked(ctypes.Structure):
             _fields_ = drlib.TiltStat._fields_
         with self.assertRaisesRegex(drlib.LayoutError, r"Unpacked is 120 bytes here but 116"):
             drlib._check_declared_layout(Unpacked, *drlib._LAYOUT[drlib.TiltStat])
-
-    def test_probe_detects_records_the_library_reads_or_writes_differently(self):
-        # nsamples and pos_type swapped in the header; tip_pos and vel in the status.
-        for cls, i, message in ((drlib.DrInput, 2, "rejects a valid DrInput header"),
-                                (drlib.TiltStat, 6, "TiltStat")):
+        # The probe: nsamples and pos_type swapped in the header; tip_pos and vel in the status.
+        for cls, i, message in ((drlib.DrInput, 2, "rejects a valid DrInput header"), (drlib.TiltStat, 6, "TiltStat")):
             fields = list(cls._fields_)
             fields[i], fields[i + 1] = fields[i + 1], fields[i]
-            swapped = type("Swapped", (ctypes.Structure,),
-                           {"_pack_": getattr(cls, "_pack_", 0), "_fields_": fields})
-            records = [swapped if c is cls else c
-                       for c in (drlib.DrInput, drlib.ImuSample, drlib.TiltStat)]
-            with self.subTest(cls.__name__), self.assertRaisesRegex(drlib.LayoutError,
-                                                                    message):
+            swapped = type("Swapped", (ctypes.Structure,), {"_pack_": getattr(cls, "_pack_", 0), "_fields_": fields})
+            records = [swapped if c is cls else c for c in (drlib.DrInput, drlib.ImuSample, drlib.TiltStat)]
+            with self.subTest(cls.__name__), self.assertRaisesRegex(drlib.LayoutError, message):
                 drlib._probe(drlib.load(), *records)
-
 
 if __name__ == "__main__":
     unittest.main()
