@@ -32,11 +32,6 @@ same() {  # what, host file, target file
   echo "$1: differs"; diff "$2" "$3" | head -n 4; fail=1
 }
 
-column() {  # CSV file, column name: the value in the first data row
-  awk -F, -v name="$2" 'NR == 1 { for (i = 1; i <= NF; ++i) if ($i == name) c = i }
-                        NR == 2 { print $c; exit }' "$1"
-}
-
 for run in survey:none calibration:none survey:all calibration:all; do
   scenario=${run%%:*} options=${run##*:}
   "$host/drlib-sim" --scenario "$scenario" --seed 3 --out "$scenario.log" --truth "$scenario.truth.csv" --quiet
@@ -44,8 +39,8 @@ for run in survey:none calibration:none survey:all calibration:all; do
   [ "$options" = none ] || opts+=(--options "$options")
   if [ "$scenario" = calibration ]; then
     # The tip rests on one point for the whole session: calibrate on it.
-    t=$scenario.truth.csv
-    opts+=(--calib-point "$(column "$t" tip_x_m),$(column "$t" tip_y_m),$(column "$t" tip_z_m)")
+    opts+=(--calib-point "$(awk -F, 'NR == 1 { for (i = 1; i <= NF; ++i) c[$i] = i }
+      NR == 2 { print $c["tip_x_m"] "," $c["tip_y_m"] "," $c["tip_z_m"]; exit }' "$scenario.truth.csv")")
   fi
   "$host/drlib-replay" "$scenario.log" "${opts[@]}" --csv "$scenario.host.csv" --events "$scenario.host.events.csv"
   "$@" "$target_replay" "$scenario.log" "${opts[@]}" \

@@ -146,9 +146,8 @@ TEST(Screening, RefusesEachKindOfOutlierLikeAnInvalidRecord) {
         EXPECT_EQ(simtest::g_tilt_calls, calls + (c.refused ? 0 : 1));
         if (c.refused) { EXPECT_EQ(g_FusionInNum, 0u); }  // the run starts afresh
         // A moving receiver whose positions fit its velocities stays accepted.
-        for (size_t i = c.at + 1; !c.refused && c.at == kMid && i < recs.size(); ++i) {
+        for (size_t i = c.at + 1; !c.refused && c.at == kMid && i < recs.size(); ++i)
             ASSERT_EQ(simtest::feed(recs[i]), 0u) << i;
-        }
     }
 }
 

@@ -44,10 +44,7 @@ class ReplayAgainstHost(unittest.TestCase):
         cls.lib = drlib.load()
         with open(cls.log, "rb") as f:
             cls.data = f.read()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.tmp.cleanup()
+        cls.addClassCleanup(cls.tmp.cleanup)
 
     def assert_same_rows(self, rows, epochs):
         self.assertEqual(len(rows), len(epochs))
