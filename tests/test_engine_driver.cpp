@@ -42,15 +42,6 @@ protected:
         EXPECT_EQ(s_FltState, state) << "after record " << to - 1;
         if (cycles >= 0) { EXPECT_EQ(s_updcnt, static_cast<uint32_t>(cycles)) << "after record " << to - 1; }
     }
-    // Bank started at record 10, records up to 19 fed, every member a copy of
-    // member 0 with its agreement counter at 4: the check at record 20 names
-    // member 0.
-    void PrepareWinnerAtNextSecond() {
-        FeedRange(0, 20);
-        ASSERT_EQ(s_FltState, FLT_STATE_CONV);
-        for (int i = 1; i < kBankSize; ++i) CopyMember(0, i);
-        std::memset(toggleCnts, 4, sizeof toggleCnts);
-    }
     static std::vector<simtest::Record> records_;
 };
 std::vector<simtest::Record> Driver::records_;
@@ -104,15 +95,18 @@ TEST_F(Driver, PromotionInflatesTheFactorAndSeedsTheBiasStates) {
         const double code[3] = {1.001, 1.999, 3.0};
         std::memcpy(cfg.gyro_bias_code, code, sizeof code);
         DrlibInit(c.cfg ? &cfg : nullptr);
-        PrepareWinnerAtNextSecond();
+        // Bank started at record 10, records up to 19 fed, every member a copy of member 0
+        // with its agreement counter at 4: the check at record 20 names member 0.
+        FeedAndExpect(0, 20, FLT_STATE_CONV);
+        for (int i = 1; i < kBankSize; ++i) CopyMember(0, i);
+        std::memset(toggleCnts, 4, sizeof toggleCnts);
         for (int i = 0; i < kBankSize; ++i)
             for (int r = 0; r < 6; ++r) FltGp[i].L[gk_L_start[r]] *= c.flip;
         const double zupt_bias[3] = {1e-4, -2e-4, 3e-4};
         std::memcpy(FltZupt.bias, zupt_bias, sizeof zupt_bias);
         FltZupt.bias_var[0] = FltZupt.bias_var[2] = 1e-6;
         FltZupt.bias_var[1] = c.zupt_var_y;  // one axis not good enough spoils all three
-        FeedRange(20, 21);
-        ASSERT_EQ(s_FltState, FLT_STATE_MAIN);
+        FeedAndExpect(20, 21, FLT_STATE_MAIN);
         const KfFilter &bank = FltGp[0];  // the winner as promoted
         EXPECT_EQ(FltMain.state_dim, 12);
         EXPECT_EQ(FltMain.L[0] > 0.0, !(bank.L[0] > 0.0));

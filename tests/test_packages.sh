@@ -30,16 +30,15 @@ check_arch_dir() {  # dir
   for deb in "$dev" "$py" "$tools"; do [ -f "$deb" ] || fail "missing $(basename "$deb")"; done
 
   # Control fields.
-  [ "$(field "$runtime" Package)" = libdrlib4 ] || fail "runtime package name"
-  [ "$(field "$runtime" Version)" = "$version" ] || fail "runtime version"
-  local depends glibc
+  local depends glibc check deb name want
+  for check in "$runtime|Package|libdrlib4" "$runtime|Version|$version" "$dev|Architecture|$arch" \
+               "$dev|Depends|libdrlib4 (= $version)" "$py|Architecture|all" "$py|Depends|python3, libdrlib4 (>= 4.4.0)"; do
+    IFS='|' read -r deb name want <<<"$check"
+    [ "$(field "$deb" "$name")" = "$want" ] || fail "$(basename "$deb") $name: '$(field "$deb" "$name")', not '$want'"
+  done
   depends=$(field "$runtime" Depends)
   [[ $depends =~ ^libc6\ \(\>=\ ([0-9]+(\.[0-9]+)+)\)$ ]] || fail "runtime Depends '$depends': libc6 only"
   glibc=${BASH_REMATCH[1]}
-  [ "$(field "$dev" Architecture)" = "$arch" ] || fail "dev Architecture"
-  [ "$(field "$dev" Depends)" = "libdrlib4 (= $version)" ] || fail "dev Depends '$(field "$dev" Depends)'"
-  [ "$(field "$py" Architecture)" = all ] || fail "python Architecture"
-  [ "$(field "$py" Depends)" = "python3, libdrlib4 (>= 4.4.0)" ] || fail "python Depends"
   dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./shlibs | grep -qx "libdrlib 4 libdrlib4 (>= $version)" \
     || fail "runtime shlibs"
   dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./postinst | grep -q 'ldconfig' || fail "postinst does not run ldconfig"

@@ -10,8 +10,6 @@
 
 namespace {
 
-drsim::SimOptions short_run(const char *scenario, uint64_t seed) { return simtest::scenario(scenario, seed, 0.1); }
-
 // A session across the end of the GNSS week, with the sequence number
 // wrapping and a consumer-grade IMU at the largest jitter the spacing rule
 // allows: every record is accepted (valid, staged, continuous), every epoch
@@ -19,7 +17,7 @@ drsim::SimOptions short_run(const char *scenario, uint64_t seed) { return simtes
 // the week counts up, and the IMU stamps keep their place within the second.
 // The log reads back and writes again byte for byte; a seed repeats it.
 TEST(SimLog, WeekRolloverAndJitterStayContinuousAndTheLogRoundTrips) {
-    drsim::SimOptions opt = short_run("survey", 5);
+    drsim::SimOptions opt = simtest::scenario("survey", 5, 0.1);
     opt.start_tow_ms = 604800000U - 3000U;
     opt.first_seq = 0xfffffff0U;
     opt.imu_grade = "consumer";
@@ -55,7 +53,7 @@ TEST(SimLog, WeekRolloverAndJitterStayContinuousAndTheLogRoundTrips) {
 
 // Damage a log in the ways storage and transfer do, and ask where it breaks.
 TEST(SimLog, ReaderLocatesTheFirstDamagedRecord) {
-    const drsim::SimResult sim = drsim::simulate(short_run("static", 2));
+    const drsim::SimResult sim = drsim::simulate(simtest::scenario("static", 2, 0.1));
     const auto records = drsim::read_log(sim.log.data(), sim.log.size());
     ASSERT_GT(records.size(), 20u);
     const size_t r7 = records[7].offset, r8 = records[8].offset;
