@@ -16,7 +16,6 @@
 set -euo pipefail
 host=$1 work=$2 target_replay=$3
 shift 3
-emulator=("$@")
 if [ ! -x "$host/drlib-sim" ] || [ ! -x "$host/drlib-replay" ]; then
   echo "no host drlib-sim/drlib-replay in '$host': build the host first"
   exit 77
@@ -29,21 +28,8 @@ cd "$work"
 fail=0
 
 same() {  # what, host file, target file
-  if cmp -s "$2" "$3"; then
-    echo "$1: identical ($(wc -l <"$2") lines)"
-  else
-    local line
-    line=$(cmp "$2" "$3" 2>&1 | sed -n 's/.*line \([0-9]*\).*/\1/p' || true)
-    echo "$1: differs from line ${line:-?}"
-    echo "  host:   $(sed -n "${line:-1}p" "$2")"
-    echo "  target: $(sed -n "${line:-1}p" "$3")"
-    fail=1
-  fi
-}
-
-column() {  # CSV file, column name: the value in the first data row
-  awk -F, -v name="$2" 'NR == 1 { for (i = 1; i <= NF; ++i) if ($i == name) c = i }
-                        NR == 2 { print $c; exit }' "$1"
+  if cmp -s "$2" "$3"; then echo "$1: identical ($(wc -l <"$2") lines)"; return; fi
+  echo "$1: differs"; diff "$2" "$3" | head -n 4; fail=1
 }
 
 for run in survey:none calibration:none survey:all calibration:all; do
@@ -53,11 +39,11 @@ for run in survey:none calibration:none survey:all calibration:all; do
   [ "$options" = none ] || opts+=(--options "$options")
   if [ "$scenario" = calibration ]; then
     # The tip rests on one point for the whole session: calibrate on it.
-    t=$scenario.truth.csv
-    opts+=(--calib-point "$(column "$t" tip_x_m),$(column "$t" tip_y_m),$(column "$t" tip_z_m)")
+    opts+=(--calib-point "$(awk -F, 'NR == 1 { for (i = 1; i <= NF; ++i) c[$i] = i }
+      NR == 2 { print $c["tip_x_m"] "," $c["tip_y_m"] "," $c["tip_z_m"]; exit }' "$scenario.truth.csv")")
   fi
   "$host/drlib-replay" "$scenario.log" "${opts[@]}" --csv "$scenario.host.csv" --events "$scenario.host.events.csv"
-  "${emulator[@]}" "$target_replay" "$scenario.log" "${opts[@]}" \
+  "$@" "$target_replay" "$scenario.log" "${opts[@]}" \
     --csv "$scenario.target.csv" --events "$scenario.target.events.csv"
   same "$scenario ($options) tilt status" "$scenario.host.csv" "$scenario.target.csv"
   if [ "$scenario" = calibration ]; then

@@ -3,12 +3,11 @@
 # and a checkout without ../shared.
 
 # drlib.h beside the strlcpy declaration of glibc 2.38 and later, as C99 and C++17.
-add_test(NAME header_beside_glibc_strlcpy_c99
-  COMMAND ${CMAKE_C_COMPILER} -std=c99 -pedantic-errors -Wall -Wextra -Werror -fsyntax-only
-          -I${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR}/header_beside_strlcpy.c)
-add_test(NAME header_beside_glibc_strlcpy_cxx17
-  COMMAND ${CMAKE_CXX_COMPILER} -x c++ -std=c++17 -pedantic-errors -Wall -Wextra -Werror -fsyntax-only
-          -I${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR}/header_beside_strlcpy.c)
+foreach(lang "c99;${CMAKE_C_COMPILER};-std=c99" "cxx17;${CMAKE_CXX_COMPILER};-x;c++;-std=c++17")
+  list(POP_FRONT lang name)
+  add_test(NAME header_beside_glibc_strlcpy_${name} COMMAND ${lang} -pedantic-errors -Wall -Wextra -Werror
+           -fsyntax-only -I${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR}/header_beside_strlcpy.c)
+endforeach()
 
 # Without ../shared the tests that read it report themselves skipped.
 if(TARGET test_scenarios)

@@ -20,7 +20,6 @@ if(CMAKE_CROSSCOMPILING)
   list(APPEND _drlib_install_env "TOOLCHAIN=${_drlib_toolchain}" "EMULATOR=${_drlib_emulator}")
 endif()
 
-set(_drlib_install_log "")
 if(DRLIB_BUILD_EXAMPLES AND TARGET drlib-sim)
   set(_drlib_install_log ${PROJECT_BINARY_DIR}/examples/tilt_host_survey.log)
 endif()

@@ -36,14 +36,11 @@ protected:
     void FeedRange(size_t from, size_t to) {
         for (size_t i = from; i < to; ++i) ASSERT_EQ(simtest::feed(records_[i]), 0u) << i;
     }
-    // Bank started at record 10, records up to 19 fed, every member a copy of
-    // member 0 with its agreement counter at 4: the check at record 20 names
-    // member 0.
-    void PrepareWinnerAtNextSecond() {
-        FeedRange(0, 20);
-        ASSERT_EQ(s_FltState, FLT_STATE_CONV);
-        for (int i = 1; i < kBankSize; ++i) CopyMember(0, i);
-        std::memset(toggleCnts, 4, sizeof toggleCnts);
+    // Records [from, to), then the driver's state and, unless negative, its cycle count.
+    void FeedAndExpect(size_t from, size_t to, uint8_t state, int cycles = -1) {
+        FeedRange(from, to);
+        EXPECT_EQ(s_FltState, state) << "after record " << to - 1;
+        if (cycles >= 0) { EXPECT_EQ(s_updcnt, static_cast<uint32_t>(cycles)) << "after record " << to - 1; }
     }
     static std::vector<simtest::Record> records_;
 };
@@ -54,25 +51,17 @@ std::vector<simtest::Record> Driver::records_;
 // for the next one. An undecided bank may run through the check at cycle 350
 // and is given up at the first after it, then restarted at the next second.
 TEST_F(Driver, BankStartsAfterTenEntriesAndIsGivenUpAfter350Cycles) {
-    FeedRange(0, 10);
-    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
-    FeedRange(10, 11);
-    EXPECT_TRUE(s_FltState == FLT_STATE_CONV && s_updcnt == 0u);
-    FeedRange(11, 361);
-    EXPECT_TRUE(s_FltState == FLT_STATE_CONV && s_updcnt == 350u);
+    FeedAndExpect(0, 10, FLT_STATE_IDLE);
+    FeedAndExpect(10, 11, FLT_STATE_CONV, 0);
+    FeedAndExpect(11, 361, FLT_STATE_CONV, 350);
     FeedRange(361, 369);
     s_updcnt = 350;  // so that the next whole second is cycle 351
-    FeedRange(369, 370);
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
-    FeedRange(370, 371);
-    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
-    FeedRange(371, 381);
-    EXPECT_TRUE(s_FltState == FLT_STATE_CONV && s_updcnt == 0u);
+    FeedAndExpect(369, 370, FLT_STATE_CONV);
+    FeedAndExpect(370, 371, FLT_STATE_IDLE);
+    FeedAndExpect(371, 381, FLT_STATE_CONV, 0);
     DrlibInit(nullptr);
-    FeedRange(1, 20);
-    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
-    FeedRange(20, 21);
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
+    FeedAndExpect(1, 20, FLT_STATE_IDLE);
+    FeedAndExpect(20, 21, FLT_STATE_CONV);
 }
 
 // An agreeing bank is promoted at the fifth whole-second check; two separate
@@ -80,17 +69,14 @@ TEST_F(Driver, BankStartsAfterTenEntriesAndIsGivenUpAfter350Cycles) {
 TEST_F(Driver, AgreeingBankIsPromotedAtTheFifthCheckAndRivalsAreRefused) {
     FeedRange(0, 11);
     for (int i = 1; i < kBankSize; ++i) CopyMember(0, i);
-    FeedRange(11, 60);  // four checks (records 20, 30, 40, 50)
-    EXPECT_EQ(s_FltState, FLT_STATE_CONV);
-    FeedRange(60, 61);
-    EXPECT_EQ(s_FltState, FLT_STATE_MAIN);
+    FeedAndExpect(11, 60, FLT_STATE_CONV);  // four checks (records 20, 30, 40, 50)
+    FeedAndExpect(60, 61, FLT_STATE_MAIN);
     EXPECT_EQ(std::memcmp(NavMain.cbn, NavGp[0].cbn, sizeof NavMain.cbn), 0);
     DrlibInit(nullptr);
     FeedRange(0, 11);
     for (int to : {17, 1}) CopyMember(0, to);  // a cluster around 0 and, half a turn away, around 9
     for (int to : {8, 10}) CopyMember(9, to);
-    FeedRange(11, 61);
-    EXPECT_EQ(s_FltState, FLT_STATE_IDLE);
+    FeedAndExpect(11, 61, FLT_STATE_IDLE);
 }
 
 // The gyro-bias states come from the standstill estimate when every axis is
@@ -109,15 +95,18 @@ TEST_F(Driver, PromotionInflatesTheFactorAndSeedsTheBiasStates) {
         const double code[3] = {1.001, 1.999, 3.0};
         std::memcpy(cfg.gyro_bias_code, code, sizeof code);
         DrlibInit(c.cfg ? &cfg : nullptr);
-        PrepareWinnerAtNextSecond();
+        // Bank started at record 10, records up to 19 fed, every member a copy of member 0
+        // with its agreement counter at 4: the check at record 20 names member 0.
+        FeedAndExpect(0, 20, FLT_STATE_CONV);
+        for (int i = 1; i < kBankSize; ++i) CopyMember(0, i);
+        std::memset(toggleCnts, 4, sizeof toggleCnts);
         for (int i = 0; i < kBankSize; ++i)
             for (int r = 0; r < 6; ++r) FltGp[i].L[gk_L_start[r]] *= c.flip;
         const double zupt_bias[3] = {1e-4, -2e-4, 3e-4};
         std::memcpy(FltZupt.bias, zupt_bias, sizeof zupt_bias);
         FltZupt.bias_var[0] = FltZupt.bias_var[2] = 1e-6;
         FltZupt.bias_var[1] = c.zupt_var_y;  // one axis not good enough spoils all three
-        FeedRange(20, 21);
-        ASSERT_EQ(s_FltState, FLT_STATE_MAIN);
+        FeedAndExpect(20, 21, FLT_STATE_MAIN);
         const KfFilter &bank = FltGp[0];  // the winner as promoted
         EXPECT_EQ(FltMain.state_dim, 12);
         EXPECT_EQ(FltMain.L[0] > 0.0, !(bank.L[0] > 0.0));

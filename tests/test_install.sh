@@ -26,8 +26,6 @@ cmake --install "$build" --prefix "$prefix" >"$work/install.txt"
 # The layout a consumer expects.
 libdir=$(dirname "$(find "$prefix" -name 'libdrlib.so.*.*.*' -print -quit)")
 [ -d "$libdir" ] || fail "no libdrlib.so.X.Y.Z installed"
-soname=$("$READELF" -d "$libdir"/libdrlib.so.*.*.* | sed -n 's/.*Library soname: \[\(.*\)\].*/\1/p')
-[ "$soname" = libdrlib.so.4 ] || fail "SONAME is '$soname', expected libdrlib.so.4"
 [ "$(readlink "$libdir/libdrlib.so.4")" = "$(basename "$libdir"/libdrlib.so.*.*.*)" ] || fail "libdrlib.so.4 link"
 [ "$(readlink "$libdir/libdrlib.so")" = libdrlib.so.4 ] || fail "libdrlib.so link"
 for f in "$libdir/libdrlib.a" "$prefix/include/drlib.h" "$prefix/include/drlib_toolkit.h" "$libdir/cmake/drlib/drlibConfig.cmake" \
@@ -35,15 +33,11 @@ for f in "$libdir/libdrlib.a" "$prefix/include/drlib.h" "$prefix/include/drlib_t
          "$prefix/share/doc/drlib/examples/tilt_host.c"; do
   [ -f "$f" ] || fail "missing ${f#"$prefix"/}"
 done
-if [ -x "$build/drlib-replay" ]; then
-  [ -x "$prefix/bin/drlib-replay" ] || fail "tools not installed"
-fi
+[ ! -x "$build/drlib-replay" ] || [ -x "$prefix/bin/drlib-replay" ] || fail "tools not installed"
 
-needs_soname() {  # program
-  "$READELF" -d "$1" | grep -q 'Shared library: \[libdrlib.so.4\]' || fail "$1 does not need libdrlib.so.4"
-}
 run() {  # program; prints what it printed, fails on a non-zero exit
   local rc=0
+  [[ $1 == *_static ]] || "$READELF" -d "$1" | grep -q 'Shared library: \[libdrlib.so.4\]' || fail "$1 does not need libdrlib.so.4"
   if [ -n "$log" ]; then
     LD_LIBRARY_PATH=$libdir "${emulator[@]}" "$@" "$log" || rc=$?
     [ $rc -eq 0 ] || fail "$1 exited with $rc"
@@ -72,7 +66,6 @@ else
 fi
 cmake "${cmake_args[@]}" >"$work/cmake-configure.txt" || { cat "$work/cmake-configure.txt"; fail "CMake consumer: configure"; }
 cmake --build "$work/cmake-build" >"$work/cmake-build.txt" || { cat "$work/cmake-build.txt"; fail "CMake consumer: build"; }
-needs_soname "$work/cmake-build/tilt_host"
 out=$(run "$work/cmake-build/tilt_host")
 same_output "CMake find_package(drlib) -> drlib::drlib" "$out"
 
@@ -84,7 +77,6 @@ cp "$prefix/share/doc/drlib/examples/tilt_host.c" "$prefix/share/doc/drlib/examp
 # The installed Makefile, with the prefix given on make's command line as the README says.
 env -u PKG_CONFIG_LIBDIR make -s -C "$work/pc" CC="$CC" PKG_CONFIG="$PKG_CONFIG" PKG_CONFIG_PATH="$libdir/pkgconfig" \
   >"$work/make.txt" 2>&1 || { cat "$work/make.txt"; fail "pkg-config consumer: build"; }
-needs_soname "$work/pc/tilt_host"
 out=$(run "$work/pc/tilt_host")
 same_output "pkg-config drlib" "$out"
 

@@ -27,12 +27,8 @@ DrCfg DefaultCfgWith(uint32_t options) {
 }
 
 drsim::SimResult Survey(bool error_free, double lon_rad = 1.98) {
-    drsim::SimOptions opt;  // survey, seed 1, industrial IMU
+    drsim::SimOptions opt = simtest::scenario("survey", 1, 1.0, error_free);
     opt.scenario.point.lon = lon_rad;
-    if (error_free) {
-        opt.imu_grade = "ideal";
-        opt.gnss.noise = false;
-    }
     return drsim::simulate(opt);
 }
 
@@ -148,13 +144,10 @@ TEST(Screening, RefusesEachKindOfOutlierLikeAnInvalidRecord) {
         const int calls = simtest::g_tilt_calls;
         EXPECT_EQ(simtest::feed(recs[c.at]), c.refused ? 1u : 0u);
         EXPECT_EQ(simtest::g_tilt_calls, calls + (c.refused ? 0 : 1));
-        if (c.refused) {
-            EXPECT_EQ(g_FusionInNum, 0u);  // the run starts afresh
-        }
+        if (c.refused) { EXPECT_EQ(g_FusionInNum, 0u); }  // the run starts afresh
         // A moving receiver whose positions fit its velocities stays accepted.
-        for (size_t i = c.at + 1; !c.refused && c.at == kMid && i < recs.size(); ++i) {
+        for (size_t i = c.at + 1; !c.refused && c.at == kMid && i < recs.size(); ++i)
             ASSERT_EQ(simtest::feed(recs[i]), 0u) << i;
-        }
     }
 }
 

@@ -20,15 +20,13 @@ namespace {
 using simtest::Record;
 
 constexpr uint32_t kWeekMs = 604800000u;
-constexpr uint32_t kPassPeriodMs = 135000u;       // whole seconds: the IMU stamps stay as they are
-constexpr size_t kSessionEpochs = 2 * 3600 * 10;  // two hours
-constexpr uint32_t kNearWrap = 0xFFFFFF00u;
+constexpr uint32_t kPassPeriodMs = 135000u;  // whole seconds: the IMU stamps stay as they are
 
 TEST(Soak, TwoHoursWithBreaksAndWrappingCounters) {
     drsim::SimOptions opt;
     opt.scenario.seed = 4;
     const std::vector<Record> pass = simtest::split_records(drsim::simulate(opt).log);
-    const size_t passes = (kSessionEpochs + pass.size() - 1) / pass.size();
+    const size_t passes = (2 * 3600 * 10 + pass.size() - 1) / pass.size();  // two hours of epochs
 
     simtest::start_engine();
     // A library that has run long: history position and sequence number about
@@ -53,7 +51,7 @@ TEST(Soak, TwoHoursWithBreaksAndWrappingCounters) {
             if (i == 0) {
                 // Ring emptied: give it counters about to wrap, as after a long run.
                 ASSERT_EQ(drlib::ImuDataWPos, 0u);
-                drlib::ImuDataWPos = drlib::ImuDataRPos = kNearWrap + static_cast<uint32_t>(p);
+                drlib::ImuDataWPos = drlib::ImuDataRPos = 0xFFFFFF00u + static_cast<uint32_t>(p);
                 continue;
             }
             TiltStat s = simtest::g_tilt;

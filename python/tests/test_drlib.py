@@ -1,4 +1,5 @@
-"""The drlib module against drlib-replay, the C host that replays the same log.
+"""The drlib module against drlib-replay, the C host that replays the same log, and
+how the module and both tools name a damaged log.
 
 Environment: DRLIB_LIBRARY (libdrlib.so), DRLIB_SIM and DRLIB_REPLAY (the tools).
 """
@@ -43,16 +44,7 @@ class ReplayAgainstHost(unittest.TestCase):
         cls.lib = drlib.load()
         with open(cls.log, "rb") as f:
             cls.data = f.read()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.tmp.cleanup()
-
-    def write(self, name, data):
-        path = os.path.join(self.tmp.name, name)
-        with open(path, "wb") as f:
-            f.write(data)
-        return path
+        cls.addClassCleanup(cls.tmp.cleanup)
 
     def assert_same_rows(self, rows, epochs):
         self.assertEqual(len(rows), len(epochs))
@@ -76,47 +68,43 @@ class ReplayAgainstHost(unittest.TestCase):
                 got = float(row[name])
                 self.assertEqual(f32(got) if "std" in name else got, value, "%s %s" % (where, name))
 
-    def test_survey_log_row_for_row(self):
-        rows, _ = replay_csv(self.log)
-        epochs = list(drlib.epochs(self.log))
-        self.assert_same_rows(rows, epochs)
-        # A run that reaches every accuracy class the session allows, not a stream of class 0.
-        self.assertGreater(sum(1 for e in epochs if e.status and e.status.status), len(epochs) // 2)
-        self.assertEqual([bytes(s) for s in drlib.replay(self.log)],
-                         [bytes(e.status) for e in epochs if e.status is not None])
-
-    def test_broken_sequence_and_pole_row_for_row(self):
-        # Record 200 claims a later sequence number: the library rejects it, drops
-        # its history and starts over with the next record.
-        data = bytearray(self.data)
-        seq_at = list(drlib.read_log(self.data))[200][0] + drlib.DrInput.seq.offset
-        struct.pack_into("<I", data, seq_at, struct.unpack_from("<I", data, seq_at)[0] + 5)
-        broken = self.write("broken.log", data)
-        rows, _ = replay_csv(broken, "--pole", "2.1")
-        epochs = list(drlib.epochs(broken, pole=2.1))
-        self.assert_same_rows(rows, epochs)
-        self.assertEqual(epochs[200].result, 1)
-        self.assertIsNone(epochs[200].status)
-
-    def test_configuration_and_stored_bias(self):
+    def test_survey_log_row_for_row_and_the_stored_bias(self):
         cfg = drlib.DrCfg(0, 3, 1.52587890625e-06, 1.9073486328125e-05,
                           1.0058283805847168e-06, 1.862645149230957e-07)
         epochs = list(drlib.epochs(self.log, cfg=cfg))
         rows, text = replay_csv(self.log, "--bias-store")
         self.assert_same_rows(rows, epochs)
+        # A run that reaches every accuracy class the session allows, not a stream of class 0.
+        self.assertGreater(sum(1 for e in epochs if e.status and e.status.status), len(epochs) // 2)
+        # The defaults (no bias stored) deliver the same statuses.
+        self.assertEqual([bytes(s) for s in drlib.replay(self.log)],
+                         [bytes(e.status) for e in epochs if e.status is not None])
         stored = [float(x) for x in text.split("encoded as 1+bx, 2+by, 3+bz:")[1].rstrip(")\n").split()]
         self.assertEqual(stored, list(cfg.gyro_bias_code))
         # The learned bias is small next to the offsets that encode it.
         for k in range(3):
             self.assertAlmostEqual(cfg.gyro_bias_code[k], k + 1.0, delta=0.01)
 
-    def test_options_row_for_row(self):
+    def test_broken_sequence_pole_and_options_row_for_row(self):
+        # Record 200 claims a later sequence number: the library rejects it, drops
+        # its history and starts over with the next record.
+        data = bytearray(self.data)
+        seq_at = list(drlib.read_log(self.data))[200][0] + drlib.DrInput.seq.offset
+        struct.pack_into("<I", data, seq_at, struct.unpack_from("<I", data, seq_at)[0] + 5)
+        broken = os.path.join(self.tmp.name, "broken.log")
+        with open(broken, "wb") as f:
+            f.write(data)
+        rows, _ = replay_csv(broken, "--pole", "2.1", "--options", "aligned,screen")
         both = drlib.OPT_ALIGNED_VELOCITY | drlib.OPT_SCREEN_SOLUTIONS
-        self.assert_same_rows(replay_csv(self.log, "--options", "aligned,screen")[0],
-                              list(drlib.epochs(self.log, options=both)))
+        epochs = list(drlib.epochs(broken, pole=2.1, options=both))
+        self.assert_same_rows(rows, epochs)
+        self.assertEqual(epochs[200].result, 1)
+        self.assertIsNone(epochs[200].status)
 
     def test_truncated_log_stops_after_the_last_whole_record(self):
-        cut = self.write("cut.log", self.data[:-100])
+        cut = os.path.join(self.tmp.name, "cut.log")
+        with open(cut, "wb") as f:
+            f.write(self.data[:-100])
         seen = []
         with self.assertRaises(drlib.LogError) as caught:
             for ep in drlib.epochs(cut):
@@ -124,32 +112,30 @@ class ReplayAgainstHost(unittest.TestCase):
         records = list(drlib.read_log(self.data))
         self.assertEqual(len(seen), len(records) - 1)
         self.assertEqual(caught.exception.offset, len(self.data) - 100)
-        self.assertIn("truncated record", str(caught.exception))
+        fault = str(caught.exception).split(": ", 1)[1]
+        self.assertTrue(fault.startswith("byte %d: truncated record" % (len(self.data) - 100)), fault)
+        for tool in ([SIM, "--check", cut], [REPLAY, cut, "--csv", os.devnull, "-q"]):  # both name it alike
+            p = subprocess.run(tool, stderr=subprocess.PIPE, universal_newlines=True)
+            self.assertEqual(p.returncode, 1)
+            self.assertIn(fault, p.stderr)
         # The session was closed on the way out: a new one opens.
         self.assertEqual(len(list(drlib.epochs(self.data[:records[-1][0]]))), len(seen))
 
 
 class LayoutChecks(unittest.TestCase):
-    def test_declared_sizes_and_offsets(self):
+    def test_declared_layout_and_the_probe_catch_wrong_records(self):
         class Unpacked(ctypes.Structure):
             _fields_ = drlib.TiltStat._fields_
         with self.assertRaisesRegex(drlib.LayoutError, r"Unpacked is 120 bytes here but 116"):
             drlib._check_declared_layout(Unpacked, *drlib._LAYOUT[drlib.TiltStat])
-
-    def test_probe_detects_records_the_library_reads_or_writes_differently(self):
-        # nsamples and pos_type swapped in the header; tip_pos and vel in the status.
-        for cls, i, message in ((drlib.DrInput, 2, "rejects a valid DrInput header"),
-                                (drlib.TiltStat, 6, "TiltStat")):
+        # The probe: nsamples and pos_type swapped in the header; tip_pos and vel in the status.
+        for cls, i, message in ((drlib.DrInput, 2, "rejects a valid DrInput header"), (drlib.TiltStat, 6, "TiltStat")):
             fields = list(cls._fields_)
             fields[i], fields[i + 1] = fields[i + 1], fields[i]
-            swapped = type("Swapped", (ctypes.Structure,),
-                           {"_pack_": getattr(cls, "_pack_", 0), "_fields_": fields})
-            records = [swapped if c is cls else c
-                       for c in (drlib.DrInput, drlib.ImuSample, drlib.TiltStat)]
-            with self.subTest(cls.__name__), self.assertRaisesRegex(drlib.LayoutError,
-                                                                    message):
+            swapped = type("Swapped", (ctypes.Structure,), {"_pack_": getattr(cls, "_pack_", 0), "_fields_": fields})
+            records = [swapped if c is cls else c for c in (drlib.DrInput, drlib.ImuSample, drlib.TiltStat)]
+            with self.subTest(cls.__name__), self.assertRaisesRegex(drlib.LayoutError, message):
                 drlib._probe(drlib.load(), *records)
-
 
 if __name__ == "__main__":
     unittest.main()

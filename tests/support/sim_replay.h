@@ -29,4 +29,12 @@ extern int g_tilt_calls;
 // callback that keeps g_tilt.
 void start_engine();
 
+// A built-in scenario (industrial IMU); error_free: ideal IMU and noise-free GNSS.
+inline drsim::SimOptions scenario(const char *name, uint64_t seed = 1, double scale = 1.0, bool error_free = false) {
+    drsim::SimOptions opt;
+    opt.scenario.name = name, opt.scenario.seed = seed, opt.scenario.duration_scale = scale;
+    if (error_free) opt.imu_grade = "ideal", opt.gnss.noise = false;
+    return opt;
+}
+
 }  // namespace simtest

@@ -1,5 +1,5 @@
 """The command-line tools as a user meets them: tilt from the pole vector,
-warnings for settings that cannot work, NMEA output, fault texts and quiet runs.
+warnings for settings that cannot work, NMEA output, the converter, quiet runs.
 
 Environment: DRLIB_SIM, DRLIB_REPLAY, DRLIB_CONVERT (the converter), DRLIB_SHARED (../shared),
 and the drlib module on PYTHONPATH (its record layouts only).
@@ -68,11 +68,8 @@ class Tools(unittest.TestCase):
         for options, warning in cases:
             rc, _, err = run(REPLAY, log, "--csv", os.devnull, "--events", os.devnull, "-q", *options)
             self.assertEqual(rc, 0, options)
-            if warning is None:
-                self.assertEqual(err, "")
-            else:
-                self.assertIn("warning: " + options[0], err)
-                self.assertIn(warning, err)
+            expected = ["warning: %s" % options[0], warning] if warning else []
+            self.assertEqual(([w for w in expected if w in err], err == ""), (expected, not warning), err)
         rc, _, err = run(REPLAY, log, "--truth", session(2) + ".truth.csv", "--csv", os.devnull)
         self.assertEqual(rc, 2)
         self.assertIn("does not belong to", err)
@@ -100,19 +97,6 @@ class Tools(unittest.TestCase):
             self.assertGreaterEqual(len(g[2].split(".")[1]), 7)
             self.assertAlmostEqual(float(g[9]), float(row["tip_h_m"]), delta=1e-4)
             self.assertAlmostEqual(float(t[8]), float(row["total_std_d_m"]), delta=1e-4)
-
-    def test_a_truncated_log_is_named_alike_by_both_tools(self):
-        with open(session(1), "rb") as f:
-            data = f.read()
-        cut = os.path.join(TMP, "cut.log")
-        with open(cut, "wb") as f:
-            f.write(data[:len(data) // 2 + 7])
-        rc1, _, replay_err = run(REPLAY, cut, "--csv", os.devnull, "-q")
-        rc2, _, check_err = run(SIM, "--check", cut)
-        self.assertEqual((rc1, rc2), (1, 1))
-        fault = check_err.split(": ", 2)[2].strip()
-        self.assertTrue(fault.startswith("byte %d: truncated" % (len(data) // 2 + 7)), fault)
-        self.assertIn(fault, replay_err)
 
     def test_csv_in_other_conventions_converts_to_the_same_solutions(self):
         # A simulated log written out as generic CSVs: (A) body axes, increments in rad
