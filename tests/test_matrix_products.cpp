@@ -109,11 +109,8 @@ TEST(ExtendedMatrixKernels, DenseAndBlockListProducts) {
     const MatBlock blocks[] = {{0, 0, 3, 3, b0.data()},     {3, 1, 2, 4, b1.data()}, {5, 5, 1, 1, b2.data()},
                                {1, 1, 0, 3, poison.data()}, {0, 0, 0, 0, nullptr},   {0, 0, 1, 1, poison.data()}};
     Mat A(n * n, 0.0);
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) A[i * n + j] = b0[i * 3 + j];
-    for (int i = 0; i < 2; ++i)
-        for (int j = 0; j < 4; ++j) A[(3 + i) * n + 1 + j] = b1[i * 4 + j];
-    A[5 * n + 5] = 2.5;
+    for (const MatBlock *b = blocks; b->val; ++b)
+        for (int i = 0; i < b->nrows * b->ncols; ++i) A[(b->row0 + i / b->ncols) * n + b->col0 + i % b->ncols] = b->val[i];
     const Mat before = random_dense(rng, n, 2 * n);
     Mat E = before;
     CalcBL2EM(E.data(), blocks, L.data(), n);
