@@ -11,6 +11,7 @@
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "drlib_toolkit.h"
+#include "rotation_truth.h"
 
 namespace {
 
@@ -19,26 +20,6 @@ constexpr double kDeg = kPi / 180.0;
 constexpr double kLever_m[3] = {-0.03404, -0.05097, -0.01432};
 constexpr uint32_t kEntries = 20;
 
-struct Mat3 { double m[9]; };
-
-Mat3 mul(const Mat3 &a, const Mat3 &b) {
-    Mat3 r{};
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j)
-            for (int k = 0; k < 3; ++k) r.m[3 * i + j] += a.m[3 * i + k] * b.m[3 * k + j];
-    return r;
-}
-// Rodrigues: rotation by angle about the unit axis k.
-Mat3 axis_angle(const double *k, double angle) {
-    const double c = std::cos(angle), s = std::sin(angle), v = 1.0 - c;
-    return {{c + k[0] * k[0] * v, k[0] * k[1] * v - k[2] * s, k[0] * k[2] * v + k[1] * s,
-             k[1] * k[0] * v + k[2] * s, c + k[1] * k[1] * v, k[1] * k[2] * v - k[0] * s,
-             k[2] * k[0] * v - k[1] * s, k[2] * k[1] * v + k[0] * s, c + k[2] * k[2] * v}};
-}
-Mat3 body_to_nav(double roll, double pitch, double heading) {
-    const double x[3] = {1, 0, 0}, y[3] = {0, 1, 0}, z[3] = {0, 0, 1};
-    return mul(axis_angle(z, heading), mul(axis_angle(y, pitch), axis_angle(x, roll)));
-}
 double angle_between(const double *a, const double *b) {
     double c[3];
     cross_prod(c, a, b);
@@ -51,7 +32,7 @@ double angle_between(const double *a, const double *b) {
 struct Scene {
     double llh[3] = {0.7, 0.3, 120.0};
     double pos_e[3]{}, vel_newest_e[3]{}, vel_older_e[3]{}, f_b[3]{}, w_ib[3]{}, cne[9]{};
-    Mat3 cbn{};
+    rot::Mat3 cbn{};
 };
 
 double gravity_at(const Scene &s) { return local_gravity_v2(std::sin(s.llh[0]), s.llh[2]); }
@@ -68,7 +49,7 @@ protected:
         llh2cne(scene.cne, scene.llh);
     }
     // A body at rest with attitude cbn: its accelerometers hold gravity up.
-    void at_rest(const Mat3 &cbn) {
+    void at_rest(const rot::Mat3 &cbn) {
         scene.cbn = cbn;
         const double f_n[3] = {0.0, 0.0, -gravity_at(scene)};
         mtxt_mul_vect_3d(scene.f_b, cbn.m, f_n);
@@ -113,7 +94,7 @@ protected:
 // and a velocity that the GNSS innovation inverts exactly (the lever-arm rate
 // itself is checked against its formula with the GNSS update).
 TEST_F(BankStart, LevelsAndSeedsEveryHypothesisFromTheAntenna) {
-    at_rest(body_to_nav(3.0 * kDeg, -2.0 * kDeg, 40.0 * kDeg));
+    at_rest(rot::euler(3.0 * kDeg, -2.0 * kDeg, 40.0 * kDeg));
     const double v_n[3] = {0.01, -0.02, 0.005}, w_b[3] = {0.3, -0.2, 0.5};
     mtx_mul_vect_3d(scene.vel_newest_e, scene.cne, v_n);
     std::memcpy(scene.vel_older_e, scene.vel_newest_e, sizeof scene.vel_older_e);
@@ -141,7 +122,7 @@ TEST_F(BankStart, LevelsAndSeedsEveryHypothesisFromTheAntenna) {
     double axis[3];
     cross_prod(axis, scene.f_b, f_n);
     const double axis_len = absvect3d(axis), unit[3] = {axis[0] / axis_len, axis[1] / axis_len, axis[2] / axis_len};
-    const Mat3 shortest = axis_angle(unit, angle_between(scene.f_b, f_n));
+    const rot::Mat3 shortest = rot::axis_angle(unit, angle_between(scene.f_b, f_n));
     for (int k = 0; k < 9; ++k) EXPECT_NEAR(NavGp[0].cbn[k], shortest.m[k], 1e-12) << k;
 }
 
@@ -154,9 +135,9 @@ TEST_F(BankStart, LevelsTheTiltForEveryTurn) {
     const double f_n[3] = {0.0, 0.0, -gravity_at(scene)};
     for (double sine : {-1.0, 0.0, 1e-9, 2e-8}) {  // -1: a turn of 120 degrees; 0: exactly opposed
         SetUp();
-        at_rest(sine == 0.0 ? Mat3{{1, 0, 0, 0, -1, 0, 0, 0, -1}}
-                            : sine < 0.0 ? body_to_nav(120.0 * kDeg, 0.0, 77.0 * kDeg)
-                                         : body_to_nav(kPi + sine * 0.6, sine * 0.8, 0.0));
+        at_rest(sine == 0.0 ? rot::Mat3{{1, 0, 0, 0, -1, 0, 0, 0, -1}}
+                            : sine < 0.0 ? rot::euler(120.0 * kDeg, 0.0, 77.0 * kDeg)
+                                         : rot::euler(kPi + sine * 0.6, sine * 0.8, 0.0));
         start();
         ASSERT_EQ(s_FltState, FLT_STATE_CONV);
         if (sine <= 0.0) expect_levelled(f_n, sine == 0.0 ? 1e-14 : 1e-4, false);
@@ -186,7 +167,7 @@ TEST_F(BankStart, PlausibilityGateOnSpecificForce) {
         {9.8, 10.05, false}, {9.8, 9.55, false}, {9.8, 9.95, true},   {9.8, 9.65, true}};
     for (const auto &c : cases) {
         SetUp();
-        scene.cbn = body_to_nav(0.1, -0.05, 1.0);
+        scene.cbn = rot::euler(0.1, -0.05, 1.0);
         const double a_n[3] = {0.0, 0.0, gravity_at(scene) - c.gnss_force}, f_n[3] = {0.0, 0.0, -c.imu_force};
         double a_e[3];
         mtx_mul_vect_3d(a_e, scene.cne, a_n);
