@@ -39,7 +39,7 @@ TEST(EarthConversions, RoundTripsAxisCasesAndFrameOrientation) {
     }
 }
 
-TEST(EarthModel, RadiiAndEarthRate) {
+TEST(EarthModel, RadiiEarthRateAndGravity) {
     double rm, rn, w[3];
     calc_radius(&rm, &rn, 0.0);
     EXPECT_TRUE(rm == 6335439.3272928195 && rn == 6378137.0);
@@ -49,12 +49,9 @@ TEST(EarthModel, RadiiAndEarthRate) {
     calc_wie_n(w, 0.7);  // Earth rate: north and up components, down negative
     EXPECT_NEAR(w[0], 7.2921151467e-5 * cos(0.7), 1e-19);
     EXPECT_NEAR(w[2], -7.2921151467e-5 * sin(0.7), 1e-19);
-}
-
-// Published normal gravity, a free-air gradient of about -3.086e-6 s^-2 in
-// both normal models, and the zonal model's north component (the deflection
-// of the geocentric direction) and its agreement with normal gravity.
-TEST(EarthGravity, NormalAndZonalModels) {
+    // Published normal gravity, a free-air gradient of about -3.086e-6 s^-2 in
+    // both normal models, and the zonal model's north component (the deflection
+    // of the geocentric direction) and its agreement with normal gravity.
     EXPECT_EQ(local_gravity_v2(0.0, 0.0), 9.7803267714);
     EXPECT_NEAR(local_gravity_v1(1.0, 0.0), 9.832185127240837, 1e-14);
     for (double s : {0.0, 0.6, 1.0}) {
@@ -64,7 +61,7 @@ TEST(EarthGravity, NormalAndZonalModels) {
     }
     for (const auto &c : {std::pair<double, double>{0.0, -3.72e-5}, {0.7, 3.38e-5}}) {
         const double llh[3] = {c.first, 0.4, 0.0};
-        double r_e[3], cne[9], rm, rn, g[3];
+        double r_e[3], cne[9], g[3];
         llh2ecef(r_e, llh);
         llh2cne(cne, llh);
         calc_radius(&rm, &rn, sin(c.first));
