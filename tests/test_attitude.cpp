@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
-
 void expect_dcm_near(const double *a, const double *b, double tol) {
     for (int i = 0; i < 9; ++i) EXPECT_NEAR(a[i], b[i], tol) << "element " << i;
 }
@@ -42,7 +40,7 @@ TEST(AttitudeConventions, NinetyDegreeGridIncludingGimbalLock) {
     for (int r = -2; r <= 2; ++r)
         for (int p = -1; p <= 1; ++p)
             for (int h = 0; h < 4; ++h) {
-                const double rph[3] = {r * kPi / 2.0, p * kPi / 2.0, h * kPi / 2.0};
+                const double rph[3] = {r * M_PI / 2.0, p * M_PI / 2.0, h * M_PI / 2.0};
                 SCOPED_TRACE(testing::Message() << "roll " << r * 90 << " pitch " << p * 90 << " heading " << h * 90);
                 double m[9], q[4], q2[4], m2[9], back[3];
                 const rot::Mat3 truth = rot::euler(rph[0], rph[1], rph[2]);
@@ -56,7 +54,7 @@ TEST(AttitudeConventions, NinetyDegreeGridIncludingGimbalLock) {
                 EXPECT_NEAR(fabs(q2[0] * q[0] + q2[1] * q[1] + q2[2] * q[2] + q2[3] * q[3]), 1.0, 1e-15);
                 EXPECT_NEAR(dcm_theta(ref), 2.0 * atan2(sqrt(q[1] * q[1] + q[2] * q[2] + q[3] * q[3]), fabs(q[0])), 1e-7);
                 cbn2rph(back, ref);
-                EXPECT_TRUE(back[2] >= 0.0 && back[2] < 2.0 * kPi);
+                EXPECT_TRUE(back[2] >= 0.0 && back[2] < 2.0 * M_PI);
                 expect_dcm_near(rot::euler(back[0], back[1], back[2]).m, ref, p == 0 ? 1e-15 : 2e-5);
             }
     // Ties between diagonal entries pick a fixed branch: M[0] == M[4] with
@@ -73,7 +71,7 @@ TEST(AttitudeConventions, NinetyDegreeGridIncludingGimbalLock) {
 // form, beyond it flipped to the non-negative scalar hemisphere.
 TEST(AttitudeRotationVector, SeriesBelowPiClosedFormFromPi) {
     double q[4];
-    const double small[3] = {0.003, -0.004, 0.012}, below[3] = {3.1, 0, 0}, at_pi[3] = {kPi, 0, 0}, beyond[3] = {0, 4.0, 0};
+    const double small[3] = {0.003, -0.004, 0.012}, below[3] = {3.1, 0, 0}, at_pi[3] = {M_PI, 0, 0}, beyond[3] = {0, 4.0, 0};
     rotvec2quat(q, small);
     EXPECT_NEAR(q[0], cos(0.0065), 1e-16);
     EXPECT_NEAR(q[3], 0.012 * sin(0.0065) / 0.013, 1e-17);

@@ -15,8 +15,7 @@
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kDeg = kPi / 180.0;
+constexpr double kDeg = M_PI / 180.0;
 constexpr double kLever_m[3] = {-0.03404, -0.05097, -0.01432};
 constexpr uint32_t kEntries = 20;
 
@@ -80,7 +79,7 @@ protected:
             double mapped[3];
             mtx_mul_vect_3d(mapped, NavGp[i].cbn, scene.f_b);
             EXPECT_LT(angle_between(mapped, f_n), tol_rad) << "hypothesis " << i;
-            const double step = std::remainder(NavGp[i].rph[2] - NavGp[0].rph[2] + 20.0 * kDeg * i, 2.0 * kPi);
+            const double step = std::remainder(NavGp[i].rph[2] - NavGp[0].rph[2] + 20.0 * kDeg * i, 2.0 * M_PI);
             // The turns come from a truncated series: measured up to 6.7e-4 rad off.
             EXPECT_TRUE(!vertical || std::fabs(step) < 1e-3) << "hypothesis " << i << ": " << step;
         }
@@ -137,7 +136,7 @@ TEST_F(BankStart, LevelsTheTiltForEveryTurn) {
         SetUp();
         at_rest(sine == 0.0 ? rot::Mat3{{1, 0, 0, 0, -1, 0, 0, 0, -1}}
                             : sine < 0.0 ? rot::euler(120.0 * kDeg, 0.0, 77.0 * kDeg)
-                                         : rot::euler(kPi + sine * 0.6, sine * 0.8, 0.0));
+                                         : rot::euler(M_PI + sine * 0.6, sine * 0.8, 0.0));
         start();
         ASSERT_EQ(s_FltState, FLT_STATE_CONV);
         if (sine <= 0.0) expect_levelled(f_n, sine == 0.0 ? 1e-14 : 1e-4, false);
@@ -150,7 +149,7 @@ TEST_F(BankStart, LevelsTheTiltForEveryTurn) {
             for (int slot = 1; slot <= 10; ++slot)
                 for (int k = 0; k < 3; ++k) f_b[k] += 2.0 * g_FusionInBuf[e].dvel[slot][k];
         cross_prod(c, f_b, f_n);
-        const double len = absvect3d(c), angle = kPi - std::asin(len / (absvect3d(f_b) * absvect3d(f_n)));
+        const double len = absvect3d(c), angle = M_PI - std::asin(len / (absvect3d(f_b) * absvect3d(f_n)));
         const double rotvec[3] = {c[0] * angle / len, c[1] * angle / len, c[2] * angle / len};
         rotvec2quat(q, rotvec);
         quat_norm(q);
