@@ -1,7 +1,5 @@
 // GNSS update geometry: lever arm, position reset and deviation floors (the
 // filter over time is the scenario tests' business).
-#include <gtest/gtest.h>
-
 #include "dr_global_var.h"
 #include "matrix_test_util.h"
 

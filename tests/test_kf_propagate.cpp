@@ -1,8 +1,6 @@
 // Time update of the square-root filter against the covariance form
 // P+ = Phi P Phi^T + G G^T, with Phi and G written out densely from the
 // psi-angle error model.
-#include <gtest/gtest.h>
-
 #include "matrix_test_util.h"
 
 using kftest::Mat;

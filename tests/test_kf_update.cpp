@@ -1,7 +1,5 @@
 // Square-root measurement update against the textbook Kalman filter, and the
 // closed-loop feedback of the error state into the navigation state.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
 #include "matrix_test_util.h"

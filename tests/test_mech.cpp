@@ -1,12 +1,8 @@
 // Strapdown mechanization: the free-fall example, a body at rest on the
 // rotating Earth, coning against an analytic attitude, forward then backward
 // with the record's invariants, and the interval-length check.
-#include <gtest/gtest.h>
-#include <math.h>
-#include <string.h>
 
 #include "dr_mech_stages.h"
-#include "drlib_toolkit.h"
 #include "matrix_test_util.h"
 
 namespace {
