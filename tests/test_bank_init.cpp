@@ -4,7 +4,6 @@
 // every attitude gap is the heading difference.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 #include <vector>
 

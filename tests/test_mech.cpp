@@ -30,22 +30,18 @@ double quat_angle(const double *a, const double *b) {
     return 2.0 * atan2(sqrt(d[1] * d[1] + d[2] * d[2] + d[3] * d[3]), d[0]);
 }
 
-TEST(MechExamples, FreeFallOneInterval) {
-    const double rph[3] = {0.0, 0.0, 0.0};
-    NavState nav = state_at_rest(0.5, 100.0, rph);
-    const double zero[2][3] = {};
-    dr_mech(&nav, zero[0], zero[0], 1, kTl);
+// Free fall over one interval gains g dt and drops g dt^2 / 2. A body at rest
+// turns with the Earth and its accelerometers read minus gravity: exact
+// increments, 60 s in calls of one stride and of 2 + 3.
+TEST(MechPhysics, FreeFallThenStationaryImuAtRestFor60s) {
+    const double level_north[3] = {0.0, 0.0, 0.0}, zero[2][3] = {};
+    NavState fall = state_at_rest(0.5, 100.0, level_north);
+    dr_mech(&fall, zero[0], zero[0], 1, kTl);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_DOUBLE_EQ(nav.acc_n[i], nav.g_n[i]);
-        EXPECT_DOUBLE_EQ(nav.v_n[i], 0.01 * nav.g_n[i]);
+        EXPECT_DOUBLE_EQ(fall.acc_n[i], fall.g_n[i]);
+        EXPECT_DOUBLE_EQ(fall.v_n[i], 0.01 * fall.g_n[i]);
     }
-    EXPECT_NEAR(nav.llh[2], 100.0 - 0.5 * nav.g_n[2] * 1e-4, 1e-12);
-}
-
-// A body at rest turns with the Earth and its accelerometers read minus
-// gravity: exact increments, 60 s in calls of one stride and of 2 + 3.
-TEST(MechPhysics, StationaryImuStaysAtRestFor60s) {
-    const double level_north[3] = {0.0, 0.0, 0.0};
+    EXPECT_NEAR(fall.llh[2], 100.0 - 0.5 * fall.g_n[2] * 1e-4, 1e-12);
     // 20 degrees of tilt split over roll and pitch, heading 135 degrees.
     const double tilted[3] = {12.0 * kDeg, acos(cos(20.0 * kDeg) / cos(12.0 * kDeg)), 135.0 * kDeg};
     for (const double *rph : {level_north, tilted}) {
