@@ -109,22 +109,6 @@ inline Mat add(Mat x, const Mat &y, double sy = 1.0) {
     return x;
 }
 
-// Gauss-Jordan inverse of a symmetric positive definite matrix (no pivoting needed).
-inline Mat inverse(Mat x) {
-    const int n = x.rows;
-    Mat inv(n, n);
-    for (int i = 0; i < n; ++i) inv(i, i) = 1.0;
-    for (int c = 0; c < n; ++c) {
-        const double d = x(c, c);
-        for (int j = 0; j < n; ++j) x(c, j) /= d, inv(c, j) /= d;
-        for (int r = 0; r < n; ++r) {
-            const double f = r == c ? 0.0 : x(r, c);
-            for (int j = 0; j < n; ++j) x(r, j) -= f * x(c, j), inv(r, j) -= f * inv(c, j);
-        }
-    }
-    return inv;
-}
-
 // Largest element difference relative to the largest element of want.
 inline double rel_err(const Mat &got, const Mat &want) {
     double d = 0.0, m = 0.0;
@@ -146,14 +130,20 @@ inline void put_skew(Mat &m, int r0, int c0, const double *v, double s) {
     m(r0 + 2, c0) -= v[1] * s, m(r0 + 2, c0 + 1) += v[0] * s;
 }
 
-// Textbook update: K = P H^T (H P H^T + R)^-1, dx += K z, returns P - K H P.
-inline Mat textbook_update(const Mat &P, const Mat &H, const double *z, const double *r, Mat *dx) {
-    Mat R(H.rows, H.rows), zc(H.rows, 1);
-    for (int i = 0; i < H.rows; ++i) R(i, i) = r[i] * r[i], zc(i, 0) = z[i];
-    const Mat pht = mul(P, H, true);
-    const Mat K = mul(pht, inverse(add(mul(H, pht), R)));
-    if (dx) *dx = add(*dx, mul(K, zc));
-    return add(P, mul(mul(K, H), P), -1.0);
+// Textbook update with a diagonal R, one measurement at a time (the same as
+// the batch K = P H^T (H P H^T + R)^-1): dx += K z, returns P - K H P.
+inline Mat textbook_update(Mat P, const Mat &H, const double *z, const double *r, Mat *dx) {
+    const int n = P.rows;
+    Mat d(n, 1);
+    for (int i = 0; i < H.rows; ++i) {
+        Mat h(1, n), pht = mul(P, H, true), k(n, 1);
+        double s = r[i] * r[i], innovation = z[i];
+        for (int j = 0; j < n; ++j) h(0, j) = H(i, j), s += H(i, j) * pht(j, i), innovation -= H(i, j) * d(j, 0);
+        for (int j = 0; j < n; ++j) k(j, 0) = pht(j, i) / s, d(j, 0) += k(j, 0) * innovation;
+        P = add(P, mul(k, mul(h, P)), -1.0);
+    }
+    if (dx) *dx = add(*dx, d);
+    return P;
 }
 
 // A random packed factor, diagonals of either sign, row k of size scale[k].

@@ -6,27 +6,9 @@
 #include <string.h>
 
 #include "drlib_toolkit.h"
+#include "rotation_truth.h"
 
 namespace {
-
-constexpr double kPi = 3.141592653589793;
-
-void matmul3(double *out, const double *a, const double *b) {
-    for (int i = 0; i < 9; ++i) {
-        const int r = i / 3 * 3, c = i % 3;
-        out[i] = a[r] * b[c] + a[r + 1] * b[c + 3] + a[r + 2] * b[c + 6];
-    }
-}
-
-// cbn = Rz(heading) Ry(pitch) Rx(roll) from right-handed elementary rotations.
-void euler_dcm(double *m, double roll, double pitch, double heading) {
-    const double rx[9] = {1, 0, 0, 0, cos(roll), -sin(roll), 0, sin(roll), cos(roll)};
-    const double ry[9] = {cos(pitch), 0, sin(pitch), 0, 1, 0, -sin(pitch), 0, cos(pitch)};
-    const double rz[9] = {cos(heading), -sin(heading), 0, sin(heading), cos(heading), 0, 0, 0, 1};
-    double t[9];
-    matmul3(t, ry, rx);
-    matmul3(m, rz, t);
-}
 
 void expect_dcm_near(const double *a, const double *b, double tol) {
     for (int i = 0; i < 9; ++i) EXPECT_NEAR(a[i], b[i], tol) << "element " << i;
@@ -41,11 +23,11 @@ TEST(AttitudeQuaternion, HamiltonProductAndSignConvention) {
     EXPECT_TRUE(r[0] == 0.0 && r[3] == 1.0);
     quat_prod(r, i, i);
     EXPECT_TRUE(r[0] == 1.0 && r[1] == 0.0 && signbit(r[1]) && signbit(r[2]) && signbit(r[3]));
-    double p[4] = {0.8, 0.1, -0.5, 0.3}, q[4] = {-0.2, 0.6, 0.4, 0.66}, pq[4], m[3][9], prod[9];
+    double p[4] = {0.8, 0.1, -0.5, 0.3}, q[4] = {-0.2, 0.6, 0.4, 0.66}, pq[4], m_pq[9];
+    rot::Mat3 m_p, m_q;
     quat_prod(pq, p, q);
-    quat2dcm(m[0], p), quat2dcm(m[1], q), quat2dcm(m[2], pq);
-    matmul3(prod, m[0], m[1]);
-    expect_dcm_near(m[2], prod, 1e-15);
+    quat2dcm(m_p.m, p), quat2dcm(m_q.m, q), quat2dcm(m_pq, pq);
+    expect_dcm_near(m_pq, rot::mul(m_p, m_q).m, 1e-15);
     EXPECT_GE(pq[0], 0.0);
     quat_prod(p, p, q);
     EXPECT_EQ(memcmp(p, pq, sizeof p), 0);
@@ -58,10 +40,11 @@ TEST(AttitudeConventions, NinetyDegreeGridIncludingGimbalLock) {
     for (int r = -2; r <= 2; ++r)
         for (int p = -1; p <= 1; ++p)
             for (int h = 0; h < 4; ++h) {
-                const double rph[3] = {r * kPi / 2.0, p * kPi / 2.0, h * kPi / 2.0};
+                const double rph[3] = {r * M_PI / 2.0, p * M_PI / 2.0, h * M_PI / 2.0};
                 SCOPED_TRACE(testing::Message() << "roll " << r * 90 << " pitch " << p * 90 << " heading " << h * 90);
-                double ref[9], m[9], q[4], q2[4], m2[9], back[3], m3[9];
-                euler_dcm(ref, rph[0], rph[1], rph[2]);
+                double m[9], q[4], q2[4], m2[9], back[3];
+                const rot::Mat3 truth = rot::euler(rph[0], rph[1], rph[2]);
+                const double *ref = truth.m;
                 rph2qbn(q, rph);
                 quat2dcm(m, q);
                 expect_dcm_near(m, ref, 1e-15);
@@ -71,9 +54,8 @@ TEST(AttitudeConventions, NinetyDegreeGridIncludingGimbalLock) {
                 EXPECT_NEAR(fabs(q2[0] * q[0] + q2[1] * q[1] + q2[2] * q[2] + q2[3] * q[3]), 1.0, 1e-15);
                 EXPECT_NEAR(dcm_theta(ref), 2.0 * atan2(sqrt(q[1] * q[1] + q[2] * q[2] + q[3] * q[3]), fabs(q[0])), 1e-7);
                 cbn2rph(back, ref);
-                EXPECT_TRUE(back[2] >= 0.0 && back[2] < 2.0 * kPi);
-                euler_dcm(m3, back[0], back[1], back[2]);
-                expect_dcm_near(m3, ref, p == 0 ? 1e-15 : 2e-5);
+                EXPECT_TRUE(back[2] >= 0.0 && back[2] < 2.0 * M_PI);
+                expect_dcm_near(rot::euler(back[0], back[1], back[2]).m, ref, p == 0 ? 1e-15 : 2e-5);
             }
     // Ties between diagonal entries pick a fixed branch: M[0] == M[4] with
     // M[8] < 0 the y branch, M[0] == -M[4] with M[8] >= 0 the trace branch.
@@ -89,7 +71,7 @@ TEST(AttitudeConventions, NinetyDegreeGridIncludingGimbalLock) {
 // form, beyond it flipped to the non-negative scalar hemisphere.
 TEST(AttitudeRotationVector, SeriesBelowPiClosedFormFromPi) {
     double q[4];
-    const double small[3] = {0.003, -0.004, 0.012}, below[3] = {3.1, 0, 0}, at_pi[3] = {kPi, 0, 0}, beyond[3] = {0, 4.0, 0};
+    const double small[3] = {0.003, -0.004, 0.012}, below[3] = {3.1, 0, 0}, at_pi[3] = {M_PI, 0, 0}, beyond[3] = {0, 4.0, 0};
     rotvec2quat(q, small);
     EXPECT_NEAR(q[0], cos(0.0065), 1e-16);
     EXPECT_NEAR(q[3], 0.012 * sin(0.0065) / 0.013, 1e-17);

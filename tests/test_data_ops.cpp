@@ -25,19 +25,13 @@ TEST(ScaleAndClassify, MatchLibm) {
     }
 }
 
-// Integer square root at every square and its neighbours and at random;
+// Integer square root at every square and its neighbours;
 // IntLog (1000 log10) within rounding everywhere; JPLapprox within 4 %.
 TEST(IntegerHelpers, DenseSweepsAndBounds) {
     for (uint32_t k = 0; k <= 65535U; ++k) {  // every square and both neighbours
         ASSERT_EQ(IntSqrt(k * k), k);
         ASSERT_EQ(IntSqrt(k * k + 2U * k), k);  // (k + 1)^2 - 1, up to 2^32 - 1
         ASSERT_EQ(IntSqrt(k * k - (k > 0 ? 1U : 0U)), k > 0 ? k - 1U : 0U) << k;
-    }
-    std::mt19937 rng(73);
-    for (int i = 0; i < 200000; ++i) {
-        const uint32_t x = rng();
-        const uint64_t r = IntSqrt(x);
-        ASSERT_TRUE(r * r <= x && (r + 1) * (r + 1) > x) << x;
     }
     for (auto [x, want] : {std::pair<uint32_t, int32_t>{1U, 0}, {2U, 301}, {10U, 1000}, {100U, 2000},
                            {65535U, 4817}, {4294967295U, 9633}})
@@ -46,6 +40,7 @@ TEST(IntegerHelpers, DenseSweepsAndBounds) {
     for (uint32_t x = 2; x < 1000000U; ++x) ASSERT_TRUE(within3(x)) << x;
     for (double x = 1e6; x < 4294967295.0; x *= 1.0001) ASSERT_TRUE(within3(static_cast<uint32_t>(x))) << x;
     EXPECT_EQ(JPLapprox(-4, 3), 4U);
+    std::mt19937 rng(73);
     std::uniform_int_distribution<int32_t> u(-1000000, 1000000);
     for (int i = 0; i < 100000; ++i) {
         const int32_t a = u(rng), b = u(rng);

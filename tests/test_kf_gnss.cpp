@@ -1,7 +1,5 @@
 // GNSS update geometry: lever arm, position reset and deviation floors (the
 // filter over time is the scenario tests' business).
-#include <gtest/gtest.h>
-
 #include "dr_global_var.h"
 #include "matrix_test_util.h"
 
@@ -13,12 +11,11 @@ const double kLever[3] = {-0.03404, -0.05097, -0.01432};  // m, body: IMU seen f
 const double kBankSeed[12] = {0.1, 0.1, 0.1, 0.5235987755982988, 0.5235987755982988,
                               0.5235987755982988, 0.15, 0.15, 0.15, 0.0035, 0.0035, 0.0035};
 
+// The IMU state consistent with the antenna's ECEF position (m) and velocity
+// (m/s), the body rate (rad/s) and a, the antenna velocity relative to the IMU.
 struct Scene {
-    NavState nav;   // IMU state consistent with the antenna
-    double pos[3];  // antenna, ECEF, m
-    double vel[3];  // antenna, ECEF, m/s
-    double w_ib[3]; // rad/s, body
-    double a[3];    // antenna velocity relative to the IMU, m/s, n
+    NavState nav;
+    double pos[3], vel[3], w_ib[3], a[3];
 };
 
 // Antenna velocity and body rate given; the IMU moves with v_ant + a,
@@ -49,54 +46,41 @@ const double kRph[3] = {0.12, -0.08, 1.9}, kVantN[3] = {0.8, -0.4, 0.1}, kWib[3]
 
 }  // namespace
 
-TEST(KfGnssUpdate, ResetsPositionToDisplacedAntenna) {
-    for (int n : {6, 12}) {
-        Scene s = make_scene(kRph, kVantN, kWib);
-        // Expected IMU position: the antenna displaced by cbn l, cbn from before the update.
-        double llh_g[3], rm, rn, l_n[3];
-        ecef2llh(llh_g, s.pos);
-        calc_radius(&rm, &rn, sin(llh_g[0]));
-        mtx_mul_vect_3d(l_n, s.nav.cbn, kLever);
-        // INS position off by a metre or two; velocity and attitude right.
-        s.nav.llh[0] += 1.2 / (s.nav.rm + 45.0);
-        s.nav.llh[1] -= 0.8 / ((s.nav.rn + 45.0) * s.nav.cos_lat);
-        s.nav.llh[2] += 0.6;
-        llh2qne(s.nav.qne, s.nav.llh);
-        quat2dcm(s.nav.cne, s.nav.qne);
-        const NavState before = s.nav;
-        KfFilter flt = kftest::make_filter(n, kBankSeed);
-        const float vel_std[3] = {0.02f, 0.02f, 0.03f};
-        KFUpdateGnssSol(&flt, &s.nav, s.pos, s.vel, s.w_ib, vel_std);
-        EXPECT_NEAR((s.nav.llh[0] - llh_g[0]) * (rm + llh_g[2]), l_n[0], 1e-6) << n;
-        EXPECT_NEAR((s.nav.llh[1] - llh_g[1]) * (rn + llh_g[2]) * cos(llh_g[0]), l_n[1], 1e-6) << n;
-        EXPECT_NEAR(s.nav.llh[2], llh_g[2] - l_n[2], 1e-6) << n;
-        for (int k = 0; k < 3; ++k) EXPECT_NEAR(s.nav.v_n[k], before.v_n[k], 1e-6);
-        for (int k = 0; k < 9; ++k) EXPECT_NEAR(s.nav.cbn[k], before.cbn[k], 1e-6);
-        // Gravity refreshed: close to normal gravity at the new position.
-        EXPECT_NEAR(s.nav.g_n[2], local_gravity_v2(sin(s.nav.llh[0]), s.nav.llh[2]), 2e-4);
-    }
-}
-
-// The covariance after the update is the textbook filter's with
-// H = [I3 | -[a x] | 0] and the floored deviations.
-TEST(KfGnssUpdate, VelocityDeviationsAreFlooredBeforeTheUpdate) {
-    const Scene s = make_scene(kRph, kVantN, kWib);
+// One update with the INS position off by a metre or two: the position is
+// reset to the antenna displaced by cbn l (cbn from before the update),
+// velocity and attitude stay, gravity is refreshed, and the covariance is the
+// textbook filter's with H = [I3 | -[a x] | 0] and the floored deviations.
+TEST(KfGnssUpdate, ResetsPositionToDisplacedAntennaAndFloorsVelocityDeviations) {
     const struct { float reported[3]; double used[3]; } cases[] = {
         {{0.005f, 0.02f, 0.01f}, {0.008, 0.02, 0.015}},
         {{0.05f, 0.007f, 0.2f}, {0.05, 0.008, 0.2}},
     };
     const double zero[3] = {0.0, 0.0, 0.0};
-    for (const auto &c : cases) {
+    for (const auto &c : cases)
         for (int n : {6, 12}) {
+            Scene s = make_scene(kRph, kVantN, kWib);
+            double llh_g[3], rm, rn, l_n[3];
+            ecef2llh(llh_g, s.pos);
+            calc_radius(&rm, &rn, sin(llh_g[0]));
+            mtx_mul_vect_3d(l_n, s.nav.cbn, kLever);
             Mat H(3, n);
             for (int k = 0; k < 3; ++k) H(k, k) = 1.0;
             kftest::put_skew(H, 0, 3, s.a, -1.0);
             KfFilter flt = kftest::make_filter(n, kBankSeed);
             const Mat want = kftest::textbook_update(kftest::covariance(flt.L, n), H, zero, c.used, nullptr);
-            NavState nav = s.nav;
-            KFUpdateGnssSol(&flt, &nav, s.pos, s.vel, s.w_ib, c.reported);
-            EXPECT_LT(kftest::rel_err(kftest::covariance(flt.L, n), want), 1e-6)
-                << n << ": " << c.reported[0] << " " << c.reported[1] << " " << c.reported[2];
+            s.nav.llh[0] += 1.2 / (s.nav.rm + 45.0);
+            s.nav.llh[1] -= 0.8 / ((s.nav.rn + 45.0) * s.nav.cos_lat);
+            s.nav.llh[2] += 0.6;
+            llh2qne(s.nav.qne, s.nav.llh);
+            quat2dcm(s.nav.cne, s.nav.qne);
+            const NavState before = s.nav;
+            KFUpdateGnssSol(&flt, &s.nav, s.pos, s.vel, s.w_ib, c.reported);
+            EXPECT_LT(kftest::rel_err(kftest::covariance(flt.L, n), want), 1e-6) << n << ": " << c.reported[0];
+            EXPECT_NEAR((s.nav.llh[0] - llh_g[0]) * (rm + llh_g[2]), l_n[0], 1e-6) << n;
+            EXPECT_NEAR((s.nav.llh[1] - llh_g[1]) * (rn + llh_g[2]) * cos(llh_g[0]), l_n[1], 1e-6) << n;
+            EXPECT_NEAR(s.nav.llh[2], llh_g[2] - l_n[2], 1e-6) << n;
+            for (int k = 0; k < 3; ++k) EXPECT_NEAR(s.nav.v_n[k], before.v_n[k], 1e-6);
+            for (int k = 0; k < 9; ++k) EXPECT_NEAR(s.nav.cbn[k], before.cbn[k], 1e-6);
+            EXPECT_NEAR(s.nav.g_n[2], local_gravity_v2(sin(s.nav.llh[0]), s.nav.llh[2]), 2e-4);
         }
-    }
 }

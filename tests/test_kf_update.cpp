@@ -1,6 +1,6 @@
 // Square-root measurement update against the textbook Kalman filter, and the
 // closed-loop feedback of the error state into the navigation state.
-#include <gtest/gtest.h>
+#include <algorithm>
 
 #include "matrix_test_util.h"
 
@@ -44,8 +44,8 @@ const double kNoMove[3] = {0.0, 0.0, 0.0};
 // (cbn = (I - [psi x]) cbn_true); dx holds them and bias increments, dpos = 0.
 // Feedback restores the true velocity and attitude, leaves the position and
 // the transport rate, and moves the biases only where the filter carries
-// their states.
-TEST(KfFeedback, RemovesKnownErrorsAndGatesBiases) {
+// their states; a position error moves the frame, and the velocity with it.
+TEST(KfFeedback, RemovesKnownErrorsGatesBiasesAndMovesTheFrame) {
     const NavState truth = moving_nav();
     const double psi[3] = {0.02, -0.015, 0.1}, minus_psi[3] = {-0.02, 0.015, -0.1}, dv[3] = {0.3, -0.1, 0.05};
     double dx[12] = {dv[0], dv[1], dv[2], psi[0], psi[1], psi[2]}, q_err[4];
@@ -67,23 +67,21 @@ TEST(KfFeedback, RemovesKnownErrorsAndGatesBiases) {
             EXPECT_NEAR(nav.wen_n[k], truth.wen_n[k], 1e-20);
         }
     }
-}
-
-TEST(KfFeedback, PositionResetMovesTheFrameWithIt) {
-    NavState nav = moving_nav();
-    const NavState before = nav;
+    // A position reset moves the frame with it.
+    NavState nav = truth;
     KfFilter flt = kftest::make_filter(6, nullptr);
-    const double dx[6] = {}, dpos[3] = {2.0, -3.0, 0.5};  // computed minus measured, m
+    const double dpos[3] = {2.0, -3.0, 0.5};  // computed minus measured, m
+    std::fill(dx, dx + 12, 0.0);
     KFStateFeedback(&flt, &nav, dx, dpos);
-    const double h = before.llh[2];
-    EXPECT_NEAR(nav.llh[0], before.llh[0] - 2.0 / (before.rm + h), 1e-16);
-    EXPECT_NEAR(nav.llh[1], before.llh[1] + 3.0 / ((before.rn + h) * before.cos_lat), 1e-16);
+    const double h = truth.llh[2];
+    EXPECT_NEAR(nav.llh[0], truth.llh[0] - 2.0 / (truth.rm + h), 1e-16);
+    EXPECT_NEAR(nav.llh[1], truth.llh[1] + 3.0 / ((truth.rn + h) * truth.cos_lat), 1e-16);
     EXPECT_NEAR(nav.llh[2], h + 0.5, 1e-12);
     double cne[9];  // the moved frame is the north-east-down frame of the moved position
     llh2cne(cne, nav.llh);
     for (int k = 0; k < 9; ++k) EXPECT_NEAR(nav.cne[k], cne[k], 1e-12) << k;
     double v_e0[3], v_e1[3];  // velocity keeps its direction in the Earth frame
-    mtx_mul_vect_3d(v_e0, before.cne, before.v_n);
+    mtx_mul_vect_3d(v_e0, truth.cne, truth.v_n);
     mtx_mul_vect_3d(v_e1, nav.cne, nav.v_n);
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(v_e1[k], v_e0[k], 1e-11);
 }

@@ -25,16 +25,6 @@ Mat random_spd(std::mt19937 &rng, int n) {  // B B^T + I, packed
 
 }  // namespace
 
-TEST(LqDecompose, FactorReproducesAAt) {
-    for (int i = 0; i < 256; ++i) ASSERT_EQ(gk_L_start[i], tri(i));
-    std::mt19937 rng(11);
-    for (int n = 1; n <= 12; ++n)
-        for (int m : {n, n + 1, 2 * n}) {
-            const Mat A = random_dense(rng, n, m);
-            EXPECT_TRUE(all_near(factor_product(lq(A, n, m), n), gram(A, n, m), 1e-12)) << n << "x" << m;
-        }
-}
-
 // The diagonal takes the opposite sign of the pivot (a zero pivot the
 // positive side); a rank-deficient row (2 x row 0, or all zeros) gets a zero
 // diagonal without NaN.
@@ -48,44 +38,39 @@ TEST(LqDecompose, DiagonalSignAndRankDeficientRows) {
     EXPECT_TRUE(all_near(factor_product(LB, 3), gram(B, 3, 3), 1e-14));
 }
 
-TEST(Inverses, InvLAndInvSAgainstTheIdentity) {
-    std::mt19937 rng(21);
+// At every size: L L^T of the LQ factor is A A^T, InvL and InvS give the
+// identity from both sides, and the pivoted L^T D L rebuilds the permuted
+// matrix with a unit diagonal. Then small cases worked by hand.
+TEST(Factorisations, RebuildOrInvertTheirInput) {
+    for (int i = 0; i < 256; ++i) ASSERT_EQ(gk_L_start[i], tri(i));
+    std::mt19937 rng(11);
     for (int n = 1; n <= 12; ++n) {
-        const Mat L = random_factor(rng, n), S = random_spd(rng, n);
-        Mat X(L.size(), -99.0), work = S, Si(S.size());
+        for (int m : {n, n + 1, 2 * n}) {
+            const Mat A = random_dense(rng, n, m);
+            EXPECT_TRUE(all_near(factor_product(lq(A, n, m), n), gram(A, n, m), 1e-12)) << n << "x" << m;
+        }
+        const Mat L = random_factor(rng, n), S = random_spd(rng, n), Sd = unpack_sym(S, n);
+        Mat X(L.size(), -99.0), work = S, Si(S.size()), F = S, d(n);
         InvL(X.data(), L.data(), n);
         const Mat Ld = unpack_lower(L, n), Xd = unpack_lower(X, n);
         EXPECT_TRUE(all_near(mul(Ld, Xd, n, n, n), identity(n), 1e-13)) << n;
         EXPECT_TRUE(all_near(mul(Xd, Ld, n, n, n), identity(n), 1e-13)) << n;
         InvS(Si.data(), work.data(), n);
-        const Mat SSi = mul(unpack_sym(S, n), unpack_sym(Si, n), n, n, n);
-        EXPECT_TRUE(all_near(SSi, identity(n), 1e-12)) << n;
-    }
-    double U[3], S2[3] = {4.0, 2.0, 3.0};
-    LDLTDecompose(U, S2, 2);  // D = (4, 2), L(1, 0) = 0.5 stored times D(0)
-    EXPECT_TRUE(all_near(Mat(U, U + 3), {4.0, 2.0, 2.0}, 0.0));
-    Mat D = {2.0, 0.0, -4.0, 0.0, 0.0, 8.0}, out(6);
-    InvS(out.data(), D.data(), 3);
-    EXPECT_TRUE(all_near(out, {0.5, 0.0, -0.25, 0.0, 0.0, 0.125}, 0.0));
-    EXPECT_TRUE(all_near(D, out, 0.0));  // the input ends as D^-1 L^-1
-}
-
-TEST(LtdlDecomposePivot, RebuildsPermutedMatrix) {
-    std::mt19937 rng(62);
-    for (int n = 1; n <= 12; ++n) {
-        const Mat S = random_spd(rng, n), Sd = unpack_sym(S, n);
-        Mat F = S, d(n);
+        EXPECT_TRUE(all_near(mul(Sd, unpack_sym(Si, n), n, n, n), identity(n), 1e-12)) << n;
         std::vector<int32_t> perm(n);
         ltdl_decompose_pivot(F.data(), d.data(), perm.data(), n);
         std::vector<int32_t> sorted = perm;
         std::sort(sorted.begin(), sorted.end());
         for (int i = 0; i < n; ++i) ASSERT_EQ(sorted[i], i) << "not a permutation";
-        const Mat Ld = unpack_lower(F, n), rebuilt = mul(transpose(Ld, n, n), mul(diag(d), Ld, n, n, n), n, n, n);
+        const Mat Fd = unpack_lower(F, n), rebuilt = mul(transpose(Fd, n, n), mul(diag(d), Fd, n, n, n), n, n, n);
         for (int i = 0; i < n; ++i) {
-            EXPECT_EQ(Ld[i * n + i], 1.0);
+            EXPECT_EQ(Fd[i * n + i], 1.0);
             for (int j = 0; j < n; ++j) EXPECT_NEAR(rebuilt[i * n + j], Sd[perm[i] * n + perm[j]], 1e-12) << n;
         }
     }
+    double U[3], S2[3] = {4.0, 2.0, 3.0};
+    LDLTDecompose(U, S2, 2);  // D = (4, 2), L(1, 0) = 0.5 stored times D(0)
+    EXPECT_TRUE(all_near(Mat(U, U + 3), {4.0, 2.0, 2.0}, 0.0));
     double S[6] = {3.0, 0.0, 1.0, 0.0, 0.0, 2.0}, d[3];  // diag(3, 1, 2): 1 goes last
     int32_t perm[3];
     ltdl_decompose_pivot(S, d, perm, 3);

@@ -14,32 +14,10 @@ constexpr double kSentinel = 12345.0;
 
 }  // namespace
 
-// A (m x n) B (n x p); A B^T with B stored p x n; A^T B with A stored n x m.
-// Exact sums in the same order, and nothing written beyond the m x p result.
-TEST(DenseProducts, GeneralProductsMatchPlainLoopsAtEverySize) {
-    std::mt19937 rng(50);
-    const Mat a = random_dense(rng, 5, 5), b = random_dense(rng, 5, 5);
-    for (int m = 0; m <= 5; ++m)
-        for (int n = 0; n <= 5; ++n)
-            for (int p = 0; p <= 5; ++p)
-                for (int form = 0; form < 3; ++form) {
-                    Mat out(26, kSentinel), want(26, kSentinel);
-                    if (form == 0) mtx_mul_mtx(out.data(), a.data(), b.data(), m, n, p);
-                    if (form == 1) mtx_mul_mtxt(out.data(), a.data(), b.data(), m, n, p);
-                    if (form == 2) mtxt_mul_mtx(out.data(), a.data(), b.data(), n, m, p);
-                    for (int i = 0; i < m; ++i)
-                        for (int j = 0; j < p; ++j) {
-                            want[i * p + j] = 0.0;
-                            for (int k = 0; k < n; ++k)
-                                want[i * p + j] += (form == 2 ? a[k * m + i] : a[i * n + k]) *
-                                                   (form == 1 ? b[j * n + k] : b[k * p + j]);
-                        }
-                    EXPECT_TRUE(all_near(out, want, 0.0)) << m << n << p << " form " << form;
-                }
-}
-
-// Each packed kernel against the dense product of its unpacked operands:
-// triangular L, symmetric S, dense N, M, H and a diagonal w, every size pair.
+// Each kernel against the dense product of its unpacked operands: triangular
+// L, symmetric S, dense N, M, H and a diagonal w, every size pair; the general
+// products in two shapes each, so that no two of their dimensions can trade
+// places unseen; nothing written beyond the result.
 TEST(ProductKernels, PackedAndDenseOperandsAtEverySize) {
     std::mt19937 rng(51);
     for (int n = 1; n <= kMaxDim; ++n) {
@@ -49,6 +27,12 @@ TEST(ProductKernels, PackedAndDenseOperandsAtEverySize) {
             const Mat Npn = random_dense(rng, p, n), Nnp = random_dense(rng, n, p), Tnp = transpose(Nnp, n, p);
             const Mat Mnp = random_dense(rng, n, p), w = random_dense(rng, 1, n);
             const struct { const char *name; std::function<void(double *)> run; Mat want; } cases[] = {
+                {"mtx_mul_mtx", [&](double *o) { mtx_mul_mtx(o, Npn.data(), Ld.data(), p, n, n); }, mul(Npn, Ld, p, n, n)},
+                {"mtx_mul_mtx", [&](double *o) { mtx_mul_mtx(o, Npn.data(), Mnp.data(), p, n, p); }, mul(Npn, Mnp, p, n, p)},
+                {"mtx_mul_mtxt", [&](double *o) { mtx_mul_mtxt(o, Npn.data(), Ld.data(), p, n, n); }, mul(Npn, Lt, p, n, n)},
+                {"mtx_mul_mtxt", [&](double *o) { mtx_mul_mtxt(o, Npn.data(), Npn.data(), p, n, p); }, gram(Npn, p, n)},
+                {"mtxt_mul_mtx", [&](double *o) { mtxt_mul_mtx(o, Nnp.data(), Ld.data(), n, p, n); }, mul(Tnp, Ld, p, n, n)},
+                {"mtxt_mul_mtx", [&](double *o) { mtxt_mul_mtx(o, Nnp.data(), Mnp.data(), n, p, p); }, mul(Tnp, Mnp, p, n, p)},
                 {"CalcNL", [&](double *o) { CalcNL(o, Npn.data(), L.data(), p, n); }, mul(Npn, Ld, p, n, n)},
                 {"CalcNtL", [&](double *o) { CalcNtL(o, Nnp.data(), L.data(), p, n); }, mul(Tnp, Ld, p, n, n)},
                 {"CalcLN", [&](double *o) { CalcLN(o, L.data(), Nnp.data(), n, p); }, mul(Ld, Nnp, n, n, p)},
@@ -109,11 +93,8 @@ TEST(ExtendedMatrixKernels, DenseAndBlockListProducts) {
     const MatBlock blocks[] = {{0, 0, 3, 3, b0.data()},     {3, 1, 2, 4, b1.data()}, {5, 5, 1, 1, b2.data()},
                                {1, 1, 0, 3, poison.data()}, {0, 0, 0, 0, nullptr},   {0, 0, 1, 1, poison.data()}};
     Mat A(n * n, 0.0);
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) A[i * n + j] = b0[i * 3 + j];
-    for (int i = 0; i < 2; ++i)
-        for (int j = 0; j < 4; ++j) A[(3 + i) * n + 1 + j] = b1[i * 4 + j];
-    A[5 * n + 5] = 2.5;
+    for (const MatBlock *b = blocks; b->val; ++b)
+        for (int i = 0; i < b->nrows * b->ncols; ++i) A[(b->row0 + i / b->ncols) * n + b->col0 + i % b->ncols] = b->val[i];
     const Mat before = random_dense(rng, n, 2 * n);
     Mat E = before;
     CalcBL2EM(E.data(), blocks, L.data(), n);
