@@ -53,6 +53,15 @@ set(DRLIB_VERSION_SCRIPT ${PROJECT_SOURCE_DIR}/cmake/libdrlib.map)
 # sources.
 target_link_options(drlib PRIVATE -Wl,-Bsymbolic -Wl,--version-script=${DRLIB_VERSION_SCRIPT})
 set_property(TARGET drlib APPEND PROPERTY LINK_DEPENDS ${DRLIB_VERSION_SCRIPT})
+# GNU ld also puts the version node itself into the dynamic symbol table, as
+# an absolute symbol named DRLIB_4: one name beyond the export list. lld keeps
+# the node in the version sections only, so the library links with lld where
+# the toolchain has it (scripts/deps.sh installs it), and with ld otherwise.
+include(CheckLinkerFlag)
+check_linker_flag(CXX -fuse-ld=lld DRLIB_LINKER_LLD)
+if(DRLIB_LINKER_LLD)
+  target_link_options(drlib PRIVATE -fuse-ld=lld)
+endif()
 
 add_library(drlib_static STATIC $<TARGET_OBJECTS:drlib_obj>)
 target_include_directories(drlib_static PUBLIC

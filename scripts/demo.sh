@@ -6,7 +6,7 @@
 # writes the plots. Everything lands in out/demo/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/deps.sh python3-matplotlib
+scripts/deps.sh python3-matplotlib lld
 seed=${1:-1}
 out=out/demo
 mkdir -p "$out"

@@ -12,7 +12,7 @@
 # first failing stage. DRLIB_STAGES="release armhf" runs a subset.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/deps.sh g++-arm-linux-gnueabihf qemu-user pkg-config python3 file
+scripts/deps.sh g++-arm-linux-gnueabihf qemu-user pkg-config python3 file lld
 jobs=$(nproc)
 stages=${DRLIB_STAGES:-"release sanitizers armhf package long fuzz"}
 

@@ -32,7 +32,7 @@ const char kUsage[] =
     "  --imu-kind K           increments (rad, m/s per row) | rates (rad/s, m/s^2); default increments\n"
     "  --imu-units U          si | deg (gyro in deg or deg/s) | counts (raw counts per 0.01 s of\n"
     "                         the default configuration); default si\n"
-    "  --axes SPEC            the body axes in the CSV's axes, a signed permutation: x,y,z (default,\n"
+    "  --axes MAP             the body axes in the CSV's axes, a signed permutation: x,y,z (default,\n"
     "                         the CSV is already in the body axes, e.g. forward-right-down) or,\n"
     "                         e.g., y,x,-z for a CSV in right-forward-up axes\n"
     "  --gnss-at P            antenna | imu: the point the GNSS solution refers to (default antenna)\n"
