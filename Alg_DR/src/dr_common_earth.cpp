@@ -3,12 +3,13 @@
 // curvature, Earth rate in n, and three gravity models.
 #include <math.h>
 
+#include "dr_consts.h"
 #include "drlib_toolkit.h"
 
 namespace {
 
 constexpr double kSemiMajor_m = 6378137.0;
-constexpr double kSemiMinor_m = 6356752.314245179;
+using drlib::kSemiMinor_m;
 constexpr double kEcc2 = 0.006694379990141317;
 constexpr double kOneMinusEcc2 = 0.9933056200098587;
 constexpr double kMeridianNumerator_m = 6335439.3272928195;  // a (1 - e^2)

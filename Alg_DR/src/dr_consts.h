@@ -18,4 +18,13 @@ constexpr int32_t kEntryElements = kEntryIncrements + 1;
 // Increments per second: turns an increment over 0.01 s into a rate.
 constexpr double kIncrementsPerSecond = 100.0;
 
+// The navigation solution of a cycle refers to 60 ms before the newest time
+// tag (the resampling grid ends there), 40 % of the way back to the previous
+// 100 ms epoch: a record's value at that instant is 0.4 x newest + 0.6 x previous.
+constexpr double kSolutionWeightNewest = 0.4;
+constexpr double kSolutionWeightPrevious = 0.6;
+
+// WGS-84 semi-minor axis, m.
+constexpr double kSemiMinor_m = 6356752.314245179;
+
 }  // namespace drlib

@@ -85,6 +85,11 @@ uint32_t SampleSpacing_us(uint32_t newer_us, uint32_t older_us) {
 }
 
 }  // namespace
+
+uint32_t TowStepMs(uint32_t tow_ms, uint32_t prev_tow_ms) {
+    return tow_ms >= prev_tow_ms ? tow_ms - prev_tow_ms : tow_ms - prev_tow_ms + kWeekMs;
+}
+
 }  // namespace drlib
 
 using namespace drlib;
@@ -127,8 +132,7 @@ DRLIB_API int32_t InputImuDataToBuf(const DrInput *rec) {
 
 DRLIB_API uint32_t IsFusionDataBreak(const DrInput *cur, const FusionIn *prev) {
     if (cur->seq != prev->header.seq + 1u) return 1u;
-    const uint32_t prev_ms = prev->header.tow_ms;
-    const uint32_t d_ms = cur->tow_ms >= prev_ms ? cur->tow_ms - prev_ms : cur->tow_ms - prev_ms + kWeekMs;
+    const uint32_t d_ms = drlib::TowStepMs(cur->tow_ms, prev->header.tow_ms);
     return (d_ms > 101u || d_ms < 99u) ? 1u : 0u;
 }
 

@@ -31,4 +31,7 @@ bool IsGyroBiasCodePresent(const double code[3]);
 // rotation is the caller's to set up.
 void LoadDrCfg(const DrCfg *cfg);
 
+// Milliseconds from prev_tow_ms to tow_ms, across the week's end.
+uint32_t TowStepMs(uint32_t tow_ms, uint32_t prev_tow_ms);
+
 }  // namespace drlib

@@ -4,6 +4,7 @@
 
 #include <math.h>
 
+#include "dr_consts.h"
 #include "dr_entry.h"
 #include "dr_global_var.h"
 
@@ -13,28 +14,17 @@ namespace {
 
 constexpr uint32_t kMarkerMask = 0xFFFF0000u;
 
-// The navigation solution of a cycle refers to 60 ms before the newest time
-// tag (the resampling grid ends there), 40 % of the way back to the previous
-// 100 ms epoch: the same interpolation the tilt status uses for the antenna.
-constexpr double kVelWeightCur = 0.4;
-constexpr double kVelWeightPrev = 0.6;
-
 // What a survey pole carried by a person can plausibly do.
 constexpr double kMinHeight_m = -1000.0;
 constexpr double kMaxHeight_m = 10000.0;
 constexpr double kMaxSpeed_mps = 100.0;
 constexpr double kMaxUnexplainedJump_m = 1.0;
 
-constexpr uint32_t kWeekMs = 604800000u;
-constexpr double kSemiMinor_m = 6356752.314245179;
-
 bool IsFinite3(const double *v) { return isfinite(v[0]) && isfinite(v[1]) && isfinite(v[2]); }
-
-double Norm2(const double *v) { return v[0] * v[0] + v[1] * v[1] + v[2] * v[2]; }
 
 bool IsPlausibleInItself(const DrInput *rec) {
     if (!IsFinite3(rec->pos) || !IsFinite3(rec->vel)) return false;
-    if (Norm2(rec->vel) > kMaxSpeed_mps * kMaxSpeed_mps) return false;
+    if (dotvect3d(rec->vel, rec->vel) > kMaxSpeed_mps * kMaxSpeed_mps) return false;
     // On the polar axis ecef2llh leaves the height alone: start from the one it has there.
     double llh[3] = {0.0, 0.0, fabs(rec->pos[2]) - kSemiMinor_m};
     ecef2llh(llh, rec->pos);
@@ -47,16 +37,14 @@ bool IsPlausibleInItself(const DrInput *rec) {
 bool ContinuesNewestEntry(const DrInput *rec) {
     if (g_FusionInNum == 0u) return true;  // first record of a run
     const DrInput &prev = GET_FUSION_IN(g_FusionInPos - 1u, 0u).header;
-    const uint32_t d_ms = rec->tow_ms >= prev.tow_ms ? rec->tow_ms - prev.tow_ms
-                                                     : rec->tow_ms - prev.tow_ms + kWeekMs;
-    const double dt_s = static_cast<double>(d_ms) * 0.001;
+    const double dt_s = static_cast<double>(TowStepMs(rec->tow_ms, prev.tow_ms)) * 0.001;
     double unexplained_m[3];
     for (int c = 0; c < 3; ++c) {
         const double mean_vel = 0.5 * (rec->vel[c] + prev.vel[c]);
         unexplained_m[c] = rec->pos[c] - prev.pos[c] - mean_vel * dt_s;
     }
     // Written so that a non-finite entry refuses too.
-    return Norm2(unexplained_m) <= kMaxUnexplainedJump_m * kMaxUnexplainedJump_m;
+    return dotvect3d(unexplained_m, unexplained_m) <= kMaxUnexplainedJump_m * kMaxUnexplainedJump_m;
 }
 
 }  // namespace
@@ -71,7 +59,7 @@ const double *GnssVelocityForState(uint32_t entry_pos, double aligned[3]) {
     if ((ActiveOptions() & DRLIB_OPT_ALIGNED_VELOCITY) == 0u) return cur.header.vel;
     const FusionIn &prev = GET_FUSION_IN(entry_pos, ~0u);
     for (int c = 0; c < 3; ++c) {
-        aligned[c] = kVelWeightCur * cur.header.vel[c] + kVelWeightPrev * prev.header.vel[c];
+        aligned[c] = kSolutionWeightNewest * cur.header.vel[c] + kSolutionWeightPrevious * prev.header.vel[c];
     }
     return aligned;
 }

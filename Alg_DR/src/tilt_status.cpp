@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "dr_assert.h"
+#include "dr_consts.h"
 #include "dr_fusion_state.h"
 #include "dr_global_var.h"
 #include "dr_trace.h"
@@ -22,10 +23,6 @@ constexpr double kClass1Var_m2 = 0.000144;
 constexpr double kClass2Var_m2 = 0.0036;
 constexpr double kClass3Var_m2 = 0.12249999999999998;
 constexpr float kNoSolutionStd_m = 1.5f;  // also far above what the calibration accepts
-// The navigation solution refers to 60 ms before the newest time tag, 40 % of
-// the way back to the previous 100 ms epoch.
-constexpr double kAntWeightCur = 0.4;
-constexpr double kAntWeightPrev = 0.6;
 using drlib::kKfAtt;
 using drlib::kKfMaxStates;
 
@@ -57,7 +54,7 @@ void ComposeMain(TiltStat *out, const double *hw, const FusionIn &cur) {
     double ant_e_m[3];
     double tip_e_m[3];
     for (int i = 0; i < 3; ++i) {
-        ant_e_m[i] = cur.header.pos[i] * kAntWeightCur + prev.header.pos[i] * kAntWeightPrev;
+        ant_e_m[i] = cur.header.pos[i] * drlib::kSolutionWeightNewest + prev.header.pos[i] * drlib::kSolutionWeightPrevious;
         tip_e_m[i] = lever_e_m[i] + ant_e_m[i];
     }
     double var_m2[3];
