@@ -1,11 +1,11 @@
 #include "attitude.h"
+#include "units.h"
 
 #include <algorithm>
 
 namespace drsim {
 
 namespace {
-constexpr double kPi = 3.14159265358979323846;
 }
 
 Mat3 operator*(const Mat3 &a, const Mat3 &b) {

@@ -1,4 +1,5 @@
 #include "imu_model.h"
+#include "units.h"
 
 #include <cmath>
 #include <limits>
@@ -8,8 +9,6 @@ namespace drsim {
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kDeg = kPi / 180.0;
 constexpr double kG = 9.80665;  // standard gravity, for milli-g and micro-g
 
 Vec3 normal3(Random &rng, double sigma) { return {sigma * rng.normal(), sigma * rng.normal(), sigma * rng.normal()}; }

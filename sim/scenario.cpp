@@ -6,13 +6,12 @@
 
 #include "jet.h"
 #include "random.h"
+#include "units.h"
 
 namespace drsim {
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kDeg = kPi / 180.0;
 
 // Quintic smooth step: 0 below 0, 1 above 1, continuous to the second derivative.
 template <typename T>

@@ -6,12 +6,13 @@
 #include <map>
 
 #include "log_io.h"
+#include "units.h"
 
 namespace drtools {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kDeg = kPi / 180.0;
+using drsim::kPi;
+using drsim::kDeg;
 constexpr double kMaxMount_deg = 1.2;          // the library ignores a mounting beyond this
 constexpr double kGravity_mps2 = 9.8;
 constexpr double kMaxPlausibleRate_deg_s = 2000.0;

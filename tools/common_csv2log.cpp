@@ -10,6 +10,7 @@
 #include "drlib.h"
 #include "earth.h"
 #include "log_io.h"
+#include "units.h"
 
 namespace drtools {
 
@@ -17,8 +18,8 @@ const drsim::Vec3 kImuFromAntenna_b{-0.03404, -0.05097, -0.01432};
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kDeg = kPi / 180.0;
+using drsim::kPi;
+using drsim::kDeg;
 constexpr double kStep_s = 0.01;               // each sample is the increment of one 0.01 s step
 constexpr long long kStampWrap_us = 4000000000LL;
 

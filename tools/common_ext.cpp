@@ -9,12 +9,13 @@
 #include "attitude.h"
 #include "earth.h"
 #include "log_io.h"
+#include "units.h"
 
 namespace drtools {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kDeg = kPi / 180.0;
+using drsim::kPi;
+using drsim::kDeg;
 constexpr double kTowBase_ms = 345600000.0;      // time of week at t_us = 0
 constexpr uint32_t kWeek = 2300u;
 constexpr double kImuToTip_m = 1.8;               // along body z (down the pole)

@@ -3,11 +3,12 @@
 #include <cmath>
 
 #include "earth.h"
+#include "units.h"
 
 namespace drtools {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
+using drsim::kPi;
 
 // ddmm.mmmmmmmm (or dddmm...) and the hemisphere letter.
 std::string angle_field(double deg, int degree_digits, char pos, char neg) {

@@ -5,11 +5,12 @@
 #include <cstring>
 
 #include "log_io.h"
+#include "units.h"
 
 namespace drtools {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
+using drsim::kPi;
 constexpr double kStep_s = 0.01;          // the scale factors are per 0.01 s step
 constexpr size_t kGlanceSamples = 100;    // the first second at 100 Hz
 constexpr double kMinPole_m = 0.3, kMaxPole_m = 5.0;

@@ -6,11 +6,12 @@
 #include <sstream>
 
 #include "common_pole.h"
+#include "units.h"
 
 namespace drtools {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
+using drsim::kPi;
 constexpr double kRadToDeg = 180.0 / kPi;
 constexpr double kMotionTilt_rad = 2.0 * kPi / 180.0;  // the pole counts as moving beyond 2 deg
 

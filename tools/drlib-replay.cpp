@@ -21,11 +21,12 @@
 #include "drlib_toolkit.h"
 #include "log_io.h"
 #include "truth_csv.h"
+#include "units.h"
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kDeg = kPi / 180.0;
+using drsim::kPi;
+using drsim::kDeg;
 
 const char kUsage[] =
     "usage: drlib-replay LOG [options]\n"
