@@ -25,7 +25,6 @@ constexpr long long kStampWrap_us = 4000000000LL;
 
 [[noreturn]] void fail(const std::string &msg) { throw std::runtime_error(msg); }
 
-drsim::Vec3 vec(const std::vector<double> &r, size_t i) { return {r[i], r[i + 1], r[i + 2]}; }
 
 // Standard deviations north, east, down of a diagonal ECEF covariance.
 drsim::Vec3 ned_sigmas(const drsim::Mat3 &cne, const drsim::Vec3 &sig_e) {
@@ -138,7 +137,7 @@ CsvLog csv_to_log(const std::vector<std::vector<double>> &gnss, const std::vecto
             const long long stamp_us = std::llround(opt.imu_time_base_ms * 1000.0 + r[0] * opt.imu_time_to_us);
             if (stamp_us > tag_us) break;
             ++next_imu;
-            const drsim::Vec3 gyro = opt.axes.apply(vec(r, 1)), acc = opt.axes.apply(vec(r, 4));
+            const drsim::Vec3 gyro = opt.axes.apply(row_vec3(r, 1)), acc = opt.axes.apply(row_vec3(r, 4));
             ImuSample s{};
             s.time_us = static_cast<uint32_t>(((stamp_us % kStampWrap_us) + kStampWrap_us) % kStampWrap_us);
             for (int c = 0; c < 3; ++c) {
@@ -156,8 +155,8 @@ CsvLog csv_to_log(const std::vector<std::vector<double>> &gnss, const std::vecto
             continue;
         }
 
-        drsim::Vec3 pos = vec(g, 1), vel = vec(g, 7);
-        const drsim::Vec3 pos_std = vec(g, 4), vel_std = vec(g, 10);
+        drsim::Vec3 pos = row_vec3(g, 1), vel = row_vec3(g, 7);
+        const drsim::Vec3 pos_std = row_vec3(g, 4), vel_std = row_vec3(g, 10);
         drsim::Geodetic geo;
         if (opt.gnss_frame == GnssFrame::geodetic) {
             geo = {pos[0] * kDeg, pos[1] * kDeg, pos[2]};

@@ -63,6 +63,9 @@ struct CsvLog {
 // first cell is not a number are skipped. Throws std::runtime_error.
 std::vector<std::vector<double>> read_numeric_csv(const std::string &path, size_t columns);
 
+// Columns i, i+1, i+2 of a row as a vector.
+inline drsim::Vec3 row_vec3(const std::vector<double> &row, size_t i) { return {row[i], row[i + 1], row[i + 2]}; }
+
 // Throws std::runtime_error with the reason.
 CsvLog csv_to_log(const std::vector<std::vector<double>> &gnss, const std::vector<std::vector<double>> &imu,
                   const CsvLogOptions &opt, const AntennaPlacer &placer = nullptr);

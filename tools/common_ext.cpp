@@ -14,9 +14,8 @@
 namespace drtools {
 namespace {
 
-using drsim::kPi;
 using drsim::kDeg;
-constexpr double kTowBase_ms = 345600000.0;      // time of week at t_us = 0
+constexpr long long kTowBase_ms = 345600000;      // time of week at t_us = 0
 constexpr uint32_t kWeek = 2300u;
 constexpr double kImuToTip_m = 1.8;               // along body z (down the pole)
 constexpr long long kSolutionDelay_us = 60000;    // the library's solution refers to 60 ms before the tag
@@ -28,13 +27,11 @@ struct TruthSample {
     double tilt_rad = 0.0;
 };
 
-drsim::Vec3 vec(const std::vector<double> &r, size_t i) { return {r[i], r[i + 1], r[i + 2]}; }
-
 }  // namespace
 
 CsvLogOptions ext_session_options() {
     CsvLogOptions o;                    // ECEF, deviations in ECEF, tow_ms; SI increments, body FRD
-    o.imu_time_base_ms = kTowBase_ms;   // t_us from the start of the session
+    o.imu_time_base_ms = static_cast<double>(kTowBase_ms);   // t_us from the start of the session
     o.gnss_at_imu = true;
     o.pole_in = {0.0, 0.0, -kImuToTip_m};  // no antenna but the IMU point: lever 0
     return o;
@@ -51,18 +48,18 @@ bool convert_ext_session(const std::string &dir, const std::string &imu_file, Ex
         std::map<long long, TruthSample> truth;  // by t_us
         for (const auto &r : truth_rows) {
             TruthSample s;
-            s.imu_e = vec(r, 1);
-            s.tip_e = vec(r, 4);
+            s.imu_e = row_vec3(r, 1);
+            s.tip_e = row_vec3(r, 4);
             const drsim::Quat q = drsim::normalized({r[11], r[12], r[13], r[14]});
             s.cbn = drsim::dcm_from_quat(q);
             s.rph = drsim::euler_from_dcm(s.cbn);
             s.tilt_rad = r[10] * kDeg;
-            s.imu_v_e = vec(r, 15);
+            s.imu_v_e = row_vec3(r, 15);
             truth[static_cast<long long>(std::llround(r[0]))] = s;
         }
         std::map<long long, drsim::Vec3> rate_b;  // body rate over the 10 ms ending at t_us
-        for (const auto &r : imu) rate_b[static_cast<long long>(std::llround(r[0]))] = (1.0 / 0.01) * vec(r, 1);
-        auto t_us_of = [](uint32_t tow_ms) { return (static_cast<long long>(tow_ms) - 345600000LL) * 1000; };
+        for (const auto &r : imu) rate_b[static_cast<long long>(std::llround(r[0]))] = (1.0 / 0.01) * row_vec3(r, 1);
+        auto t_us_of = [](uint32_t tow_ms) { return (static_cast<long long>(tow_ms) - kTowBase_ms) * 1000; };
 
         // Antenna position and velocity from the IMU point's, through the true attitude.
         const AntennaPlacer placer = [&](uint32_t tow_ms, const drsim::Vec3 &imu_e, const drsim::Vec3 &imu_v_e,
