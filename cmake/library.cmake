@@ -56,11 +56,21 @@ set_property(TARGET drlib APPEND PROPERTY LINK_DEPENDS ${DRLIB_VERSION_SCRIPT})
 # GNU ld also puts the version node itself into the dynamic symbol table, as
 # an absolute symbol named DRLIB_4: one name beyond the export list. lld keeps
 # the node in the version sections only, so the library links with lld where
-# the toolchain has it (scripts/deps.sh installs it), and with ld otherwise.
-include(CheckLinkerFlag)
-check_linker_flag(CXX -fuse-ld=lld DRLIB_LINKER_LLD)
-if(DRLIB_LINKER_LLD)
-  target_link_options(drlib PRIVATE -fuse-ld=lld)
+# the machine has it (the scripts install it), and with ld otherwise. A cross
+# gcc looks for ld.lld only among its own programs: -B points it at a
+# directory that holds just a link to the one lld, which serves every target.
+find_program(DRLIB_LLD ld.lld)
+if(DRLIB_LLD)
+  set(DRLIB_LLD_DIR ${CMAKE_BINARY_DIR}/lld)
+  file(MAKE_DIRECTORY ${DRLIB_LLD_DIR})
+  file(CREATE_LINK ${DRLIB_LLD} ${DRLIB_LLD_DIR}/ld.lld SYMBOLIC)
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_LINK_OPTIONS -fuse-ld=lld -B${DRLIB_LLD_DIR}/)
+  check_cxx_source_compiles("int main() { return 0; }" DRLIB_LINKER_LLD)
+  unset(CMAKE_REQUIRED_LINK_OPTIONS)
+  if(DRLIB_LINKER_LLD)
+    target_link_options(drlib PRIVATE -fuse-ld=lld -B${DRLIB_LLD_DIR}/)
+  endif()
 endif()
 
 add_library(drlib_static STATIC $<TARGET_OBJECTS:drlib_obj>)
