@@ -31,9 +31,10 @@ so=$1 map=$2
 fail=0
 node=$(sed -e 's/#.*//' "$map" | sed -n 's/^ *\([A-Za-z_][A-Za-z0-9_.]*\) *{.*/\1/p' | head -n 1)
 want=$(script_names "$map")
-# Defined dynamic symbols as name@@version; the version definition itself
-# shows up as an absolute symbol named after the node.
-syms=$($NM -D --defined-only --with-symbol-versions "$so" | awk '$2 != "A" {print $3}')
+# Defined dynamic symbols as name@@version. Every one counts, absolute ones
+# too: GNU ld would add the version node itself as one (the library links
+# with lld, which does not).
+syms=$($NM -D --defined-only --with-symbol-versions "$so" | awk '{print $3}')
 have=$(echo "$syms" | sed 's/@.*//' | sort -u)
 extra=$(comm -13 <(echo "$want") <(echo "$have"))
 missing=$(comm -23 <(echo "$want") <(echo "$have"))
